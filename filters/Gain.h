@@ -1,0 +1,32 @@
+#pragma once
+// Scales its input by a linear factor, the property "Gain".
+
+#include "engine/BufferedFilter.h"
+
+namespace vrn {
+
+class Gain : public BufferedFilter {
+public:
+    Gain() : BufferedFilter("Gain") {}
+
+    void init(const std::string& name, std::shared_ptr<DSPContext>& context) override;
+    void init(const std::string& name, const Properties& properties, std::shared_ptr<DSPContext>& context) override;
+    // "Gain": takes effect at the next sample, without smoothing.
+    void propertyChanged(const std::string& name, scalar value) override;
+    using BufferedFilter::propertyChanged;
+
+    using BufferedFilter::process;
+    void process(const std::vector<scalar*>& inputs, std::vector<scalar*>& outputs, size_t framesPerBuffer) override;
+    // Audio thread, no allocation; in and out may be the same array.  A null input is silence.
+    void process(const scalar* in, scalar* out, size_t framesPerBuffer) override;
+    void process(const std::shared_ptr<std::vector<scalar>>& inputs, size_t frameIndex, int iteration) override;
+
+    std::shared_ptr<ElementMeta> getMeta() override;
+    void reset() override {}
+    scalar getGain() const { return gain; }
+
+private:
+    scalar gain = 0;
+};
+
+}  // namespace vrn

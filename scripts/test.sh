@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Builds orm with AddressSanitizer and UndefinedBehaviorSanitizer, warnings as errors, and runs
+# every test suite; then builds the thread tests with ThreadSanitizer and runs them.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+
+JOBS=$(nproc)
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1"
+export LSAN_OPTIONS="suppressions=$PWD/tests/support/lsan.supp:print_suppressions=0"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+
+cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORM_WERROR=ON \
+  -DORM_SANITIZE="address;undefined" > /dev/null
+cmake --build build/asan -j "$JOBS"
+ctest --test-dir build/asan -j "$JOBS" --output-on-failure
+
+export TSAN_OPTIONS="halt_on_error=1"
+cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORM_WERROR=ON \
+  -DORM_SANITIZE="thread" -DORM_BUILD_BENCH=OFF > /dev/null
+cmake --build build/tsan -j "$JOBS" --target test_threads
+ctest --test-dir build/tsan -L threads --output-on-failure
