@@ -5,6 +5,7 @@
 #include "filters/FirstOrderIIR.h"
 #include "filters/Gain.h"
 #include "filters/Iir.h"
+#include "filters/IirResamplers.h"
 #include "filters/LookupTableFilter.h"
 #include "filters/Mixer.h"
 #include "filters/Relaxation.h"
@@ -31,6 +32,8 @@ const std::unordered_map<std::string, std::function<Filter*()>> kBuiltInTypes = 
     {"BiQuad", maker<BiQuad>()},
     {"ThirdOrderIIR", maker<ThirdOrderIIR>()},
     {"Iir", maker<Iir>()},
+    {"IirInterpolator", maker<IirInterpolator>()},
+    {"IirDecimator", maker<IirDecimator>()},
 };
 
 }  // namespace
