@@ -1,6 +1,7 @@
 #include "engine/DSPElementFactory.h"
 
 #include "filters/DifferentialFilter.h"
+#include "filters/Fir.h"
 #include "filters/Gain.h"
 #include "filters/LookupTableFilter.h"
 #include "filters/Mixer.h"
@@ -23,6 +24,11 @@ const std::unordered_map<std::string, std::function<Filter*()>> kBuiltInTypes = 
     {"Mixer", maker<Mixer>()},
     {"Gain", maker<Gain>()},
     {"LookupTableFilter", maker<LookupTableFilter>()},
+    {"Fir", maker<Fir>()},
+    {"PolyphaseDownsampler", maker<PolyphaseDownsampler>()},
+    {"PolyphaseUpsampler", maker<PolyphaseUpsampler>()},
+    {"ResamplingDecimator", maker<ResamplingDecimator>()},
+    {"ResamplingUpsampler", maker<ResamplingUpsampler>()},
 };
 
 }  // namespace
