@@ -1,5 +1,5 @@
 // The SSE2 form of the kernels: four lanes, the tail loaded and stored by the element (movss,
-// movsd), never past the last one.
+// movq), never past the last one.
 #include "engine/KernelsInternal.h"
 
 #ifdef ORM_KERNELS_X86
@@ -33,7 +33,7 @@ ORM_TARGET inline V vmul(V a, V b) { return _mm_mul_ps(a, b); }
 // count is 1 to 3: the elements go into their lanes one load at a time, the rest stay zero.
 ORM_TARGET inline V vloadTail(const scalar* p, int count) {
     if (count == 1) return _mm_load_ss(p);
-    const V low = _mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(p)));
+    const V low = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));  // movq: no alignment
     return count == 2 ? low : _mm_movelh_ps(low, _mm_load_ss(p + 2));
 }
 
@@ -42,7 +42,7 @@ ORM_TARGET inline void vstoreTail(scalar* p, V v, int count) {
         _mm_store_ss(p, v);
         return;
     }
-    _mm_store_sd(reinterpret_cast<double*>(p), _mm_castps_pd(v));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_castps_si128(v));
     if (count == 3) _mm_store_ss(p + 2, _mm_movehl_ps(v, v));
 }
 

@@ -76,7 +76,7 @@ public:
     // n floats ending at the protected page, filled from values.
     scalar* place(const scalar* values, int n) {
         scalar* p = reinterpret_cast<scalar*>(base + page) - n;
-        std::memcpy(p, values, static_cast<size_t>(n) * sizeof(scalar));
+        if (n > 0) std::memcpy(p, values, static_cast<size_t>(n) * sizeof(scalar));
         return p;
     }
 
