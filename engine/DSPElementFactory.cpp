@@ -3,6 +3,7 @@
 #include "filters/BiQuad.h"
 #include "filters/DifferentialFilter.h"
 #include "filters/FirstOrderIIR.h"
+#include "filters/Fir.h"
 #include "filters/Gain.h"
 #include "filters/Iir.h"
 #include "filters/IirResamplers.h"
@@ -34,6 +35,11 @@ const std::unordered_map<std::string, std::function<Filter*()>> kBuiltInTypes = 
     {"Iir", maker<Iir>()},
     {"IirInterpolator", maker<IirInterpolator>()},
     {"IirDecimator", maker<IirDecimator>()},
+    {"Fir", maker<Fir>()},
+    {"PolyphaseDownsampler", maker<PolyphaseDownsampler>()},
+    {"PolyphaseUpsampler", maker<PolyphaseUpsampler>()},
+    {"ResamplingDecimator", maker<ResamplingDecimator>()},
+    {"ResamplingUpsampler", maker<ResamplingUpsampler>()},
 };
 
 }  // namespace
