@@ -1,11 +1,13 @@
 #include "engine/DSPElementFactory.h"
 
+#include "filters/Convolver.h"
 #include "filters/DifferentialFilter.h"
 #include "filters/Gain.h"
 #include "filters/LookupTableFilter.h"
 #include "filters/Mixer.h"
 #include "filters/Relaxation.h"
 #include "filters/Switch.h"
+#include "filters/WaveConvolver.h"
 
 namespace vrn {
 
@@ -23,6 +25,8 @@ const std::unordered_map<std::string, std::function<Filter*()>> kBuiltInTypes = 
     {"Mixer", maker<Mixer>()},
     {"Gain", maker<Gain>()},
     {"LookupTableFilter", maker<LookupTableFilter>()},
+    {"Convolver", maker<Convolver>()},
+    {"WaveConvolver", maker<WaveConvolver>()},
 };
 
 }  // namespace
