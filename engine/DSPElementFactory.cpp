@@ -1,6 +1,7 @@
 #include "engine/DSPElementFactory.h"
 
 #include "filters/BiQuad.h"
+#include "filters/Convolver.h"
 #include "filters/DifferentialFilter.h"
 #include "filters/FirstOrderIIR.h"
 #include "filters/Fir.h"
@@ -12,6 +13,7 @@
 #include "filters/Relaxation.h"
 #include "filters/Switch.h"
 #include "filters/ThirdOrderIIR.h"
+#include "filters/WaveConvolver.h"
 
 namespace vrn {
 
@@ -40,6 +42,8 @@ const std::unordered_map<std::string, std::function<Filter*()>> kBuiltInTypes = 
     {"PolyphaseUpsampler", maker<PolyphaseUpsampler>()},
     {"ResamplingDecimator", maker<ResamplingDecimator>()},
     {"ResamplingUpsampler", maker<ResamplingUpsampler>()},
+    {"Convolver", maker<Convolver>()},
+    {"WaveConvolver", maker<WaveConvolver>()},
 };
 
 }  // namespace

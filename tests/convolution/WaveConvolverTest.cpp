@@ -1,0 +1,356 @@
+// WaveConvolver: the three locations, trim, mean removal, gain, selection, rate conversion of a
+// response, its messages, and a File response run end to end through the Driver.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <random>
+#include <cstdio>
+#include <sstream>
+#include <stdexcept>
+
+#include <unistd.h>
+
+#include "engine/Context.h"
+#include "engine/Driver.h"
+#include "filters/WaveConvolver.h"
+#include "support/WavBytes.h"
+
+using namespace vrn;
+
+namespace {
+
+std::shared_ptr<DSPContext> noContext;
+
+std::unique_ptr<WaveConvolver> makeWave(const Properties& properties) {
+    std::unique_ptr<WaveConvolver> wave(new WaveConvolver());
+    wave->init("WV", properties, noContext);
+    return wave;
+}
+
+Properties memoryProperties(const std::string& names = "ir", const std::string& scale = "false",
+                            const std::string& gain = "1") {
+    Properties p;
+    p["Location"] = "Memory";
+    p["ImpulseResponses"] = names;
+    p["MaxIRSize"] = "8192";
+    p["Scale"] = scale;
+    p["Gain"] = gain;
+    return p;
+}
+
+void add(WaveConvolver& wave, const std::string& name, scalar rate, const std::vector<scalar>& samples) {
+    wave.addImpulseResponse({name, rate, std::make_shared<std::vector<scalar>>(samples)});
+}
+
+// Runs one block through the element and returns its output.
+std::vector<scalar> run(WaveConvolver& wave, std::vector<scalar> in) {
+    std::vector<scalar*> inputs{in.data()};
+    wave.process(inputs, in.size());
+    const scalar* out = wave.getOutput(0);
+    return std::vector<scalar>(out, out + in.size());
+}
+
+std::vector<scalar> impulse(size_t n) {
+    std::vector<scalar> v(n, 0.0f);
+    v[0] = 1.0f;
+    return v;
+}
+
+template <typename F>
+std::string messageOf(F f) {
+    try {
+        f();
+    } catch (const VRNException& e) {
+        return e.getMessage();
+    } catch (const std::out_of_range& e) {
+        return e.what();
+    }
+    return "(no failure)";
+}
+
+// |Σ h[n]·e^(-j2πfn/rate)| in dB, in double.
+double magnitudeDb(const std::vector<scalar>& h, double f, double rate) {
+    std::complex<double> sum = 0.0;
+    const double w = -2.0 * M_PI * f / rate;
+    for (size_t n = 0; n < h.size(); ++n) sum += static_cast<double>(h[n]) * std::polar(1.0, w * static_cast<double>(n));
+    return 20.0 * std::log10(std::abs(sum));
+}
+
+// A band-limited test response at 44100 Hz: a Kaiser-windowed sinc pulse (flat to 0.92 of
+// Nyquist, below -120 dB from 0.98) centred at sample 200, through two resonances (1 kHz and
+// 8 kHz) of an all-pole filter, so that the magnitude has no notches.  8192 samples, decayed far
+// below float resolution at the end.
+std::vector<scalar> testResponse() {
+    const int taps = 401, centre = 200;
+    const double cutoff = 0.95, beta = 0.1102 * (120.0 - 8.7);
+    std::vector<double> x(8192, 0.0);
+    for (int n = 0; n < taps; ++n) {
+        const double t = n - centre;
+        const double sinc = t == 0 ? cutoff : std::sin(M_PI * cutoff * t) / (M_PI * t);
+        const double r = t / centre;
+        x[static_cast<size_t>(n)] = sinc * std::cyl_bessel_i(0.0, beta * std::sqrt(1.0 - r * r)) /
+                                    std::cyl_bessel_i(0.0, beta);
+    }
+    const double fs = 44100.0;
+    const double r1 = 0.995, w1 = 2 * M_PI * 1000 / fs, r2 = 0.9, w2 = 2 * M_PI * 8000 / fs;
+    const double a1 = 2 * r1 * std::cos(w1), b1 = -r1 * r1, a2 = 2 * r2 * std::cos(w2), b2 = -r2 * r2;
+    double u1 = 0, u2 = 0, v1 = 0, v2 = 0;
+    std::vector<scalar> y(x.size());
+    for (size_t n = 0; n < x.size(); ++n) {
+        const double u = x[n] + a1 * u1 + b1 * u2;
+        u2 = u1;
+        u1 = u;
+        const double v = u + a2 * v1 + b2 * v2;
+        v2 = v1;
+        v1 = v;
+        y[n] = static_cast<scalar>(v * 0.01);
+    }
+    return y;
+}
+
+}  // namespace
+
+TEST(WaveConvolver, UnitImpulseResponsePassesTheInput) {
+    auto wave = makeWave(memoryProperties());
+    add(*wave, "ir", 48000.0f, impulse(1));
+    wave->setMaxBlockSize(256);
+    wave->setSamplingRate(48000.0f);
+    EXPECT_EQ(wave->getConvolver().getIRLength(), 1u);
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    double worst = 0.0;
+    for (size_t frames : {256u, 17u, 1u, 200u, 256u}) {
+        std::vector<scalar> in(frames);
+        for (auto& x : in) x = uniform(random);
+        auto out = run(*wave, in);
+        for (size_t i = 0; i < frames; ++i) worst = std::max(worst, static_cast<double>(std::fabs(out[i] - in[i])));
+    }
+    std::printf("[ figures  ] unit impulse, N=%llu: worst |out - in| = %.3g for |in| <= 1\n",
+                static_cast<unsigned long long>(wave->getConvolver().getFFTSize()), worst);
+    EXPECT_LT(worst, 1e-6);
+}
+
+TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
+    // (1, 0, 0, 0) is trimmed to (1); removing the mean leaves (0): silence.
+    auto silent = makeWave(memoryProperties("ir", "true"));
+    add(*silent, "ir", 44100.0f, {1.0f, 0.0f, 0.0f, 0.0f});
+    silent->setSamplingRate(44100.0f);
+    silent->setMaxBlockSize(64);
+    EXPECT_EQ(silent->getConvolver().getIRLength(), 1u);
+    for (scalar x : run(*silent, impulse(8))) EXPECT_EQ(x, 0.0f);
+
+    // (1, 0, 0, 0.5) keeps four samples, less 0.375 each, then the gain.
+    auto wave = makeWave(memoryProperties("ir|other", "true", "0.5"));
+    add(*wave, "ir", 44100.0f, {1.0f, 0.0f, 0.0f, 0.5f, 1e-16f, -1e-15f});
+    add(*wave, "other", 44100.0f, {0.0f, 2.0f});
+    wave->setMaxBlockSize(64);
+    wave->setSamplingRate(44100.0f);
+    EXPECT_EQ(wave->getConvolver().getIRLength(), 4u);
+    auto out = run(*wave, impulse(8));
+    const float expected[4] = {0.3125f, -0.1875f, -0.1875f, 0.0625f};
+    for (int i = 0; i < 4; ++i) EXPECT_NEAR(out[static_cast<size_t>(i)], expected[i], 1e-7);
+    EXPECT_NEAR(out[4], 0.0f, 1e-7);
+
+    // The same rate again keeps response and history: the tail of the last impulse goes on.
+    std::vector<scalar> first = {1.0f, 0.0f};
+    run(*wave, first);
+    wave->setSamplingRate(44100.0f);
+    EXPECT_NEAR(run(*wave, {0.0f})[0], expected[2], 1e-7);
+
+    // Selecting reloads and clears the history.  Halves round away from zero; the count itself
+    // passes the bound and fails at the list of names.
+    wave->propertyChanged("Selected", 0.6f);
+    EXPECT_EQ(wave->getSelected(), 1);
+    out = run(*wave, impulse(4));
+    EXPECT_NEAR(out[0], -0.5f, 1e-7);  // (0, 2) less its mean 1, times 0.5
+    EXPECT_NEAR(out[1], 0.5f, 1e-7);
+    EXPECT_EQ(messageOf([&] { wave->propertyChanged("Selected", 1.5f); }), "invalid vector<T> subscript");
+    EXPECT_EQ(messageOf([&] { wave->propertyChanged("Selected", 3.0f); }),
+              "WaveConvolver: Invalid selection: 3 max selection value 2");
+    wave->propertyChanged("Whatever", 1.0f);  // ignored
+    wave->propertyChanged("Whatever", std::make_shared<std::vector<scalar>>(1, 1.0f));
+
+    // The stored response is never touched by a load; a longer one is cut to MaxIRSize.
+    Properties small = memoryProperties();
+    small["MaxIRSize"] = "3";
+    auto cut = makeWave(small);
+    auto stored = std::make_shared<std::vector<scalar>>(std::vector<scalar>{1, 2, 3, 4, 5});
+    cut->addImpulseResponse({"ir", 44100.0f, stored});
+    cut->setMaxBlockSize(16);
+    cut->setSamplingRate(44100.0f);
+    EXPECT_EQ(cut->getConvolver().getIRLength(), 3u);
+    EXPECT_EQ(stored->size(), 5u);
+    EXPECT_EQ((*stored)[4], 5.0f);
+}
+
+TEST(WaveConvolver, ResamplingKeepsLengthAlignmentMagnitudeAndLevel) {
+    const std::vector<scalar> response = testResponse();
+    const double src = 44100.0;
+    double worstDb = 0.0;
+    for (double dst : {48000.0, 88200.0, 96000.0}) {
+        auto out = WaveConvolver::resample(response, src, dst);
+        const size_t expectedLength = static_cast<size_t>(dst / src * response.size() + 0.5);
+        EXPECT_EQ(out.size(), expectedLength) << dst;
+
+        // An impulse stays at sample 0, at the level src/dst.
+        auto pulse = WaveConvolver::resample(impulse(1000), src, dst);
+        size_t peak = 0;
+        for (size_t i = 1; i < pulse.size(); ++i)
+            if (std::fabs(pulse[i]) > std::fabs(pulse[peak])) peak = i;
+        EXPECT_EQ(peak, 0u) << dst;
+        EXPECT_NEAR(pulse[0] * dst / src, 1.0, 0.02) << dst;
+
+        // The magnitude response below 0.9 of the lower Nyquist frequency, and the DC level.
+        double worst = 0.0;
+        for (double f = 0.0; f <= 0.9 * src / 2; f += 0.9 * src / 2 / 200)
+            worst = std::max(worst, std::fabs(magnitudeDb(out, f, dst) - magnitudeDb(response, f, src)));
+        worstDb = std::max(worstDb, worst);
+        double sumIn = 0.0, sumOut = 0.0;
+        for (scalar x : response) sumIn += x;
+        for (scalar x : out) sumOut += x;
+        std::printf("[ figures  ] 44100 -> %.0f Hz: %zu samples, peak of an impulse at %zu (%.6f x src/dst), "
+                    "worst magnitude deviation %.2e dB, DC gain %.7f vs %.7f\n",
+                    dst, out.size(), peak, pulse[0] * dst / src, worst, sumOut, sumIn);
+        EXPECT_LT(worst, 0.01) << dst;
+        EXPECT_NEAR(sumOut / sumIn, 1.0, 1e-5) << dst;
+    }
+    EXPECT_LT(worstDb, 0.01);
+
+    // Through the element: a response held at 44100 Hz, running at 48000 Hz.
+    auto wave = makeWave(memoryProperties());
+    add(*wave, "ir", 44100.0f, response);
+    wave->setMaxBlockSize(128);
+    wave->setSamplingRate(48000.0f);
+    auto expected = WaveConvolver::resample(response, 44100.0, 48000.0);
+    while (!expected.empty() && std::fabs(expected.back()) <= 1e-15f) expected.pop_back();
+    EXPECT_EQ(wave->getConvolver().getIRLength(), std::min<size_t>(expected.size(), 8192u));
+}
+
+TEST(WaveConvolver, FileAndDllLocations) {
+    using namespace wavbytes;
+    // Stereo 16-bit at 44100 Hz: the first channel is the response, the second is dropped.
+    Bytes samples;
+    const int left[8] = {16384, -8192, 4096, 0, 0, 0, 0, 0};
+    for (int i = 0; i < 8; ++i) {
+        put16(samples, static_cast<uint32_t>(left[i]));
+        put16(samples, static_cast<uint32_t>(-32768));
+    }
+    std::string path = ::testing::TempDir() + "orm_wave_" + std::to_string(getpid()) + ".wav";
+    writeFile(path, wav(formatBody(1, 2, 44100, 16), samples));
+
+    Properties p;
+    p["Location"] = "File";
+    p["ImpulseResponses"] = path;
+    p["MaxIRSize"] = "100";
+    auto wave = makeWave(p);
+    wave->setMaxBlockSize(32);
+    wave->setSamplingRate(44100.0f);
+    EXPECT_EQ(wave->getConvolver().getIRLength(), 3u);  // the zeros at the end are trimmed
+    auto out = run(*wave, impulse(4));
+    EXPECT_NEAR(out[0], 0.5f, 1e-7);
+    EXPECT_NEAR(out[1], -0.25f, 1e-7);
+    EXPECT_NEAR(out[2], 0.125f, 1e-7);
+    // Another rate resamples the file's response.
+    wave->setSamplingRate(88200.0f);
+    EXPECT_LE(wave->getConvolver().getIRLength(), 16u);
+    EXPECT_GT(wave->getConvolver().getIRLength(), 3u);
+    std::remove(path.c_str());
+
+    // The element composes name, type and "|", which leaves the reader an empty name.
+    Properties d;
+    d["Location"] = "Dll";
+    d["ImpulseResponses"] = "CAB";
+    d["DllResourceType"] = "WAV";
+    d["MaxIRSize"] = "100";
+    auto dll = makeWave(d);
+    EXPECT_EQ(messageOf([&] { dll->setSamplingRate(44100.0f); }), "Could not locate Resource File ");
+}
+
+TEST(WaveConvolver, Messages) {
+    WaveConvolver wave;
+    Properties p;
+    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }),
+              "WaveConvolver: ImpulseResponses is not defined. WaveConvolver name=WV");
+    p["ImpulseResponses"] = "a|b";
+    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), "WaveConvolver: Missing Location property.");
+    p["Location"] = "memory";
+    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), "WaveConvolver: Invalid Location property memory");
+    EXPECT_THROW(wave.init("WV", p, noContext), InvalidArgumentException);
+    p["Location"] = "Dll";
+    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), "WaveConvolver: Missing DllResourceType property.");
+    p["Location"] = "Memory";
+    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), "MaxIRSize is not defined. Convolver name=WV");
+    EXPECT_EQ(messageOf([&] { wave.init("WV", noContext); }),
+              "WaveConvolver: init(name, context) is not yet implemented.");
+    EXPECT_EQ(messageOf([&] { wave.process(std::make_shared<std::vector<scalar>>(1), 0, 0); }),
+              "WaveConvolver: Iteration is not supported.");
+    EXPECT_EQ(messageOf([&] { wave.getLastIterationResults(); }),
+              "WaveConvolver: getLastIterationResults is not supported.");
+    EXPECT_EQ(messageOf([&] { wave.endIteration(0); }), "WaveConvolver: endIteration is not supported.");
+    EXPECT_THROW(wave.process(1.0f), OperationNotSupportedException);
+    EXPECT_EQ(messageOf([&] { wave.getOutput(2); }), "Convolver: Invalid output index: 2");
+}
+
+TEST(WaveConvolver, FileResponseEndToEndThroughTheDriver) {
+    using namespace wavbytes;
+    // A 24-bit mono response at 48000 Hz, run at 48000 Hz: no resampling, so the output is the
+    // direct convolution scaled by the gain.
+    const int steps[6] = {4194304, 2097152, -1048576, 524288, -262144, 1};
+    std::vector<double> h;
+    Bytes samples;
+    for (int v : steps) {
+        put24(samples, static_cast<uint32_t>(v));
+        h.push_back(v / 8388608.0);
+    }
+    for (int i = 0; i < 2; ++i) put24(samples, 0);  // eight frames in all
+    std::string path = ::testing::TempDir() + "orm_driver_" + std::to_string(getpid()) + ".wav";
+    writeFile(path, wav(formatBody(1, 1, 48000, 24), samples));
+
+    std::stringstream xml;
+    xml << "<System><Graphs>"
+           "<Graph Name=\"Cab\" Type=\"DSP\">"
+           "<Element Type=\"WaveConvolver\" Name=\"WV\">"
+           "<Properties Location=\"File\" ImpulseResponses=\""
+        << path
+        << "\" MaxIRSize=\"8192\" Gain=\"0.5\"/>"
+           "<Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/></Inputs>"
+           "</Element>"
+           "<Output><Node Name=\"out\" Element=\"WV\" Port=\"out\"/></Output>"
+           "<NumberOfInputs>1</NumberOfInputs>"
+           "<Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>"
+           "</Graph></Graphs>"
+           "<Outputs><Output Graph=\"Cab\" Node=\"out\"/></Outputs></System>";
+    auto driver = Driver::create();
+    driver->setDSPElementFactory(std::make_shared<DSPElementFactory>());
+    try {
+        driver->init(xml);
+    } catch (const VRNException& e) {
+        FAIL() << e.getMessage();
+    }
+    driver->setSamplingRate(48000.0f);
+    driver->setMaxBlockSize(256);
+
+    std::mt19937 random(11);
+    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    std::vector<double> input;
+    double worst = 0.0;
+    for (size_t frames : {256u, 100u, 7u, 256u}) {
+        std::vector<scalar> in(frames);
+        for (auto& x : in) x = uniform(random);
+        std::vector<scalar*> inputs{in.data()};
+        driver->process(inputs, frames);
+        const scalar* out = driver->getOutputs()[0];
+        for (size_t i = 0; i < frames; ++i) {
+            input.push_back(in[i]);
+            size_t t = input.size() - 1;
+            double reference = 0.0;
+            for (size_t k = 0; k < h.size() && k <= t; ++k) reference += 0.5 * h[k] * input[t - k];
+            worst = std::max(worst, std::fabs(reference - out[i]));
+        }
+    }
+    std::remove(path.c_str());
+    std::printf("[ figures  ] File response through the Driver: worst |out - direct| = %.3g\n", worst);
+    EXPECT_LT(worst, 1e-6);
+}

@@ -1,0 +1,381 @@
+// The WAV reader: every sample format read back exactly from files written here byte by byte,
+// the chunk walking rules, and each failure message from a crafted file.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <random>
+#include <stdexcept>
+
+#include <unistd.h>
+
+#include "engine/Exceptions.h"
+#include "filters/AudioFileRead.h"
+#include "filters/ResourceReaders.h"
+#include "support/WavBytes.h"
+
+using namespace wavbytes;
+using stk::AudioFileRead;
+using stk::StkFrames;
+
+namespace {
+
+std::string tempPath(const std::string& name) {
+    return ::testing::TempDir() + "orm_readers_" + std::to_string(getpid()) + "_" + name;
+}
+
+std::string writeTemp(const std::string& name, const Bytes& bytes) {
+    std::string path = tempPath(name);
+    writeFile(path, bytes);
+    return path;
+}
+
+// The message of the VRNException that opening (and, if asked, reading) the file throws.
+std::string failureOf(const Bytes& bytes, bool alsoRead = false, unsigned int channels = 1) {
+    std::string path = writeTemp("crafted.wav", bytes);
+    try {
+        AudioFileRead reader(path);
+        reader.openFile();
+        if (alsoRead) {
+            StkFrames frames(64, channels);
+            reader.read(frames);
+        }
+    } catch (const vrn::VRNException& e) {
+        std::remove(path.c_str());
+        return e.getMessage();
+    }
+    std::remove(path.c_str());
+    return "(no failure)";
+}
+
+Bytes header(const char* riffId = "RIFF", const char* waveId = "WAVE") {
+    Bytes b;
+    putText(b, riffId);
+    put32(b, 0);
+    putText(b, waveId);
+    return b;
+}
+
+}  // namespace
+
+TEST(AudioFileRead, EveryFormatReadsBackExactly) {
+    std::mt19937 random(7);
+    const unsigned int channels = 2, frames = 40;  // a multiple of 8 frames: the frame count is exact
+    const size_t n = channels * frames;
+
+    struct Case {
+        const char* label;
+        uint16_t tag;
+        uint16_t bits;
+        bool extensible;
+        int32_t dataType;
+    };
+    const Case cases[] = {
+        {"8-bit", 1, 8, false, stk::Stk::STK_SINT8},        {"16-bit", 1, 16, false, stk::Stk::STK_SINT16},
+        {"24-bit", 1, 24, false, stk::Stk::STK_SINT24},     {"32-bit", 1, 32, false, stk::Stk::STK_SINT32},
+        {"float", 3, 32, false, stk::Stk::STK_FLOAT32},     {"double", 3, 64, false, stk::Stk::STK_FLOAT64},
+        {"ext 16-bit", 1, 16, true, stk::Stk::STK_SINT16},  {"ext 24-bit", 1, 24, true, stk::Stk::STK_SINT24},
+        {"ext float", 3, 32, true, stk::Stk::STK_FLOAT32},
+    };
+    for (const Case& c : cases) {
+        Bytes samples;
+        std::vector<float> expected(n);
+        for (size_t i = 0; i < n; ++i) {
+            if (c.tag == 1 && c.bits == 8) {
+                int v = static_cast<int>(random() % 256);
+                samples.push_back(static_cast<unsigned char>(v));
+                expected[i] = static_cast<float>(v - 128) / 128.0f;
+            } else if (c.tag == 1 && c.bits == 16) {
+                int v = static_cast<int>(random() % 65536) - 32768;
+                if (i == 0) v = -32768;
+                if (i == 1) v = 32767;
+                put16(samples, static_cast<uint32_t>(v));
+                expected[i] = static_cast<float>(v) / 32768.0f;
+            } else if (c.tag == 1 && c.bits == 24) {
+                int v = static_cast<int>(random() % 16777216) - 8388608;
+                if (i == 0) v = -8388608;
+                put24(samples, static_cast<uint32_t>(v));
+                expected[i] = static_cast<float>(v) / 8388608.0f;
+            } else if (c.tag == 1 && c.bits == 32) {
+                // 24 significant bits, so that the value is exact as a float.
+                int64_t v = (static_cast<int64_t>(random() % 16777216) - 8388608) * 256;
+                put32(samples, static_cast<uint32_t>(v));
+                expected[i] = static_cast<float>(static_cast<double>(v) / 2147483648.0);
+            } else if (c.bits == 32) {
+                float v = std::uniform_real_distribution<float>(-1.5f, 1.5f)(random);
+                uint32_t word;
+                std::memcpy(&word, &v, 4);
+                put32(samples, word);
+                expected[i] = v;
+            } else {
+                double v = std::uniform_real_distribution<double>(-1.0, 1.0)(random);
+                uint64_t word;
+                std::memcpy(&word, &v, 8);
+                put64(samples, word);
+                expected[i] = static_cast<float>(v);
+            }
+        }
+        Bytes format = c.extensible ? extensibleBody(c.tag, channels, 96000, c.bits)
+                                    : formatBody(c.tag, channels, 96000, c.bits);
+        std::string path = writeTemp("format.wav", wav(format, samples));
+        AudioFileRead reader(path);
+        reader.openFile();
+        EXPECT_TRUE(reader.isWavFile()) << c.label;
+        EXPECT_EQ(reader.getDataType(), c.dataType) << c.label;
+        EXPECT_EQ(reader.getChannels(), channels) << c.label;
+        EXPECT_EQ(reader.getFileSize(), frames) << c.label;
+        EXPECT_EQ(reader.getFileRate(), 96000.0f) << c.label;
+        StkFrames buffer(frames, channels);
+        EXPECT_EQ(buffer.dataRate(), 44100.0f);
+        reader.read(buffer);
+        EXPECT_EQ(buffer.dataRate(), 96000.0f) << c.label;
+        size_t mismatches = 0;
+        for (size_t i = 0; i < n; ++i) mismatches += buffer[i] != expected[i];
+        EXPECT_EQ(mismatches, 0u) << c.label;
+        std::remove(path.c_str());
+    }
+}
+
+TEST(AudioFileRead, SixteenBitExtremesAndShortReads) {
+    Bytes samples;
+    for (int v : {-32768, 32767, 0, 1, -1, 16384, 100, -100}) put16(samples, static_cast<uint32_t>(v));
+    std::string path = writeTemp("mono16.wav", wav(formatBody(1, 1, 44100, 16), samples));
+    AudioFileRead reader(path);
+    reader.openFile();
+    EXPECT_EQ(reader.getFileSize(), 8u);
+    EXPECT_EQ(reader.getDataOffset(), 44);
+    // Longer than the file: reading stops at the file's end, the rest of the buffer stays.
+    StkFrames frames(12, 1);
+    for (size_t i = 0; i < 12; ++i) frames[i] = 7.0f;
+    reader.read(frames);
+    EXPECT_EQ(frames[0], -1.0f);
+    EXPECT_EQ(frames[1], 32767.0f / 32768.0f);
+    EXPECT_EQ(frames[7], -100.0f / 32768.0f);
+    for (size_t i = 8; i < 12; ++i) EXPECT_EQ(frames[i], 7.0f);
+    // Shorter than the file: only what fits.
+    StkFrames few(3, 1);
+    reader.read(few);
+    EXPECT_EQ(few[2], 0.0f);
+    std::remove(path.c_str());
+}
+
+TEST(AudioFileRead, ChunkWalkingAndFrameCount) {
+    Bytes samples;
+    for (int i = 0; i < 16; ++i) put16(samples, static_cast<uint32_t>(i * 1000));
+    // An even chunk in front of "fmt " and an odd one, with its pad byte, in front of "data".
+    Bytes chunks = chunk("JUNK", Bytes(6, 0xee));
+    append(chunks, chunk("fmt ", formatBody(1, 1, 48000, 16)));
+    append(chunks, chunk("LIST", Bytes(5, 0xdd), true));
+    append(chunks, chunk("data", samples));
+    std::string path = writeTemp("chunks.wav", riff(chunks));
+    AudioFileRead reader(path);
+    reader.openFile();
+    EXPECT_EQ(reader.getFileSize(), 16u);
+    StkFrames frames(16, 1);
+    reader.read(frames);
+    EXPECT_EQ(frames[15], 15000.0f / 32768.0f);
+
+    // In front of "fmt " an odd chunk is skipped without its pad byte: the walk misaligns.
+    Bytes odd = chunk("JUNK", Bytes(5, 0), true);
+    append(odd, chunk("fmt ", formatBody(1, 1, 48000, 16)));
+    append(odd, chunk("data", samples));
+    EXPECT_NE(failureOf(riff(odd)), "(no failure)");
+
+    // The frame count divides bytes by bits, then by channels, then multiplies by 8, each in
+    // integers: 34 bytes of 16-bit stereo give 34/16/2*8 = 8 frames, not 8.5.
+    Bytes stereo;
+    for (int i = 0; i < 17; ++i) put16(stereo, 0);
+    AudioFileRead rounded(writeTemp("rounded.wav", wav(formatBody(1, 2, 48000, 16), stereo)));
+    rounded.openFile();
+    EXPECT_EQ(rounded.getFileSize(), 8u);
+}
+
+TEST(AudioFileRead, FailureMessagesFromCraftedFiles) {
+    Bytes fmt16 = chunk("fmt ", formatBody(1, 1, 44100, 16));
+    auto withFmt = [&](const Bytes& tail) {
+        Bytes b = header();
+        append(b, fmt16);
+        append(b, tail);
+        return b;
+    };
+    auto fmtHead = [&](uint32_t size, const Bytes& body) {
+        Bytes b = header();
+        putText(b, "fmt ");
+        put32(b, size);
+        append(b, body);
+        return b;
+    };
+    auto prefix = [](const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + static_cast<long>(n)); };
+    Bytes ext = extensibleBody(1, 1, 44100, 16);
+
+    EXPECT_EQ(failureOf(Bytes{'R', 'I', 'F', 'F', 0}), "AudioFileRead: Error while reading header. 5");
+    EXPECT_EQ(failureOf(header("RIFX")), "AudioFileRead: File is not a wav file.");
+    EXPECT_EQ(failureOf(header("RIFF", "AVI ")), "AudioFileRead: File is not a wav file.");
+    EXPECT_EQ(failureOf(header()), "AudioFileRead 150 Error while trying to read from the stream.");
+
+    Bytes junk = header();
+    putText(junk, "JUNK");
+    EXPECT_EQ(failureOf(junk), "AudioFileRead::getWavInfo Error while trying to read chunkSize.");
+    Bytes far = junk;
+    put32(far, 100);
+    EXPECT_EQ(failureOf(far), "AudioFileRead: 154 Error while trying to set position.");
+    Bytes empty = junk;
+    put32(empty, 0);
+    EXPECT_EQ(failureOf(empty), "AudioFileRead::getWavInfo Error while trying to read id.");
+
+    Bytes noSize = header();
+    putText(noSize, "fmt ");
+    EXPECT_EQ(failureOf(noSize), "AudioFileRead::getWavInfo Error while trying to read chunkSize.");
+    EXPECT_EQ(failureOf(fmtHead(16, Bytes{1})), "AudioFileRead 159 Error while trying to read from the stream.");
+
+    EXPECT_EQ(failureOf(fmtHead(40, prefix(ext, 15))), "AudioFileRead: 185 Error while trying to set position.");
+    EXPECT_EQ(failureOf(fmtHead(40, prefix(ext, 17))),
+              "AudioFileRead::getWavInfo Error while trying to read extSize.");
+    EXPECT_EQ(failureOf(fmtHead(40, extensibleBody(1, 1, 44100, 16, 0))),
+              "AudioFileRead::getWavInfo Invalid extSize 0");
+    EXPECT_EQ(failureOf(fmtHead(40, prefix(ext, 23))), "AudioFileRead: 200 Error while trying to set position.");
+    EXPECT_EQ(failureOf(fmtHead(40, prefix(ext, 25))),
+              "AudioFileRead::getWavInfo Error while trying to read format_tag.");
+    EXPECT_EQ(failureOf(wav(extensibleBody(2, 1, 44100, 16), {})), "Unsupported data format type: 2");
+    EXPECT_EQ(failureOf(wav(formatBody(6, 1, 44100, 8), {})), "Unsupported data format type: 6");
+
+    Bytes plain = formatBody(1, 1, 44100, 16);
+    EXPECT_EQ(failureOf(fmtHead(16, prefix(plain, 3))), "AudioFileRead::getWavInfo Error while trying to read temp.");
+    EXPECT_EQ(failureOf(fmtHead(16, prefix(plain, 6))), "AudioFileRead::getWavInfo Error while trying to read srate.");
+    EXPECT_EQ(failureOf(fmtHead(16, prefix(plain, 11))), "AudioFileRead: 248 Error while trying to set position.");
+    EXPECT_EQ(failureOf(fmtHead(16, prefix(plain, 15))), "AudioFileRead::getWavInfo Error while trying to read temp.");
+    EXPECT_EQ(failureOf(wav(formatBody(1, 1, 44100, 12), {})),
+              "AudioFileRead: 12 bits per sample with data format 1 are not supported.");
+    EXPECT_EQ(failureOf(wav(formatBody(3, 1, 44100, 16), {})),
+              "AudioFileRead: 16 bits per sample with data format 3 are not supported.");
+    EXPECT_EQ(failureOf(fmtHead(40, plain)), "AudioFileRead: 281 Error while trying to set position.");
+    EXPECT_EQ(failureOf(wav(formatBody(1, 0, 44100, 16), {})), "AudioFileRead::getWavInfo Invalid number of channels 0");
+
+    EXPECT_EQ(failureOf(withFmt({})), "AudioFileRead::getWavInfo Error while trying to read id.");
+    Bytes list;
+    putText(list, "LIST");
+    EXPECT_EQ(failureOf(withFmt(list)), "AudioFileRead::getWavInfo Error while trying to read chunkSize.");
+    put32(list, 9);
+    EXPECT_EQ(failureOf(withFmt(list)), "AudioFileRead: 303 Error while trying to set position.");
+    Bytes data;
+    putText(data, "data");
+    data.push_back(0);
+    EXPECT_EQ(failureOf(withFmt(data)), "AudioFileRead::getWavInfo Error while trying to read bytes.");
+
+    // The data chunk promises more than the file holds: the sample read fails with the
+    // marker of its format.
+    struct Short {
+        uint16_t tag, bits;
+        size_t bytesPresent;
+        const char* message;
+    };
+    const Short shorts[] = {
+        {1, 8, 3, "AudioFileRead 881 Error while trying to read from the stream."},
+        {1, 16, 3, "AudioFileRead 786 Error while trying to read from the stream."},
+        {1, 32, 3, "AudioFileRead 809 Error while trying to read from the stream."},
+        {3, 32, 3, "AudioFileRead 832 Error while trying to read from the stream."},
+        {3, 64, 3, "AudioFileRead 848 Error while trying to read from the stream."},
+        {1, 24, 2, "AudioFileRead 908 Error while trying to read from the stream."},
+        {1, 24, 4, "AudioFileRead 914 Error while trying to read from the stream."},
+    };
+    for (const Short& s : shorts) {
+        Bytes chunks = chunk("fmt ", formatBody(s.tag, 1, 44100, s.bits));
+        putText(chunks, "data");
+        put32(chunks, 64u * s.bits / 8);
+        append(chunks, Bytes(s.bytesPresent, 0));
+        EXPECT_EQ(failureOf(riff(chunks), true), s.message) << s.bits;
+    }
+
+    Bytes good;
+    for (int i = 0; i < 8; ++i) put16(good, 0);
+    std::string path = writeTemp("good.wav", wav(formatBody(1, 1, 44100, 16), good));
+    AudioFileRead reader(path);
+    reader.openFile();
+    StkFrames none(0, 1), stereo(8, 2);
+    try {
+        reader.read(none);
+        ADD_FAILURE();
+    } catch (const vrn::VRNException& e) {
+        EXPECT_EQ(e.getMessage(), "AudioFileRead::read: StkFrames buffer size is zero ... no data read!");
+    }
+    try {
+        reader.read(stereo);
+        ADD_FAILURE();
+    } catch (const vrn::VRNException& e) {
+        EXPECT_EQ(e.getMessage(), "AudioFileRead::read: StkFrames argument has incompatible number of channels!");
+    }
+    std::remove(path.c_str());
+}
+
+TEST(ResourceReaders, FilesAndTheirFailures) {
+    auto messageOf = [](const std::string& path) -> std::string {
+        try {
+            vrn::FileReader reader(path);
+        } catch (const vrn::VRNException& e) {
+            return e.getMessage();
+        }
+        return "(no failure)";
+    };
+    std::string missing = tempPath("missing.wav");
+    EXPECT_EQ(messageOf(missing), "Cannot find file with name: " + missing);
+    std::string empty = writeTemp("empty.wav", {});
+    EXPECT_EQ(messageOf(empty), "FileReader: Empty file " + empty);
+    std::remove(empty.c_str());
+    // Files of /proc have no length that a seek could tell.
+    EXPECT_EQ(messageOf("/proc/self/status"), "FileReader: Cannot determine length of the file /proc/self/status");
+    EXPECT_EQ(messageOf("/"), "FileReader: Cannot determine length of the file /");
+    // sysfs reports a page as the size of a file that holds a few bytes.
+    if (access("/sys/devices/system/cpu/online", R_OK) == 0) {
+        std::string message = messageOf("/sys/devices/system/cpu/online");
+        EXPECT_EQ(message.rfind("FileReader: Read only ", 0), 0u) << message;
+        EXPECT_NE(message.find(" out of 4096 characters."), std::string::npos) << message;
+    }
+
+    std::string path = writeTemp("bytes.bin", {1, 2, 3});
+    vrn::FileReader reader(path);
+    ASSERT_EQ(reader.getSize(), 3u);
+    EXPECT_EQ((*reader.getData())[2], 3);
+    std::remove(path.c_str());
+
+    // A missing file through the WAV reader gives the file reader's message.
+    AudioFileRead wavReader(missing);
+    try {
+        wavReader.openFile();
+        ADD_FAILURE();
+    } catch (const vrn::VRNException& e) {
+        EXPECT_EQ(e.getMessage(), "Cannot find file with name: " + missing);
+    }
+}
+
+TEST(ResourceReaders, ModuleResources) {
+    // "TYPE|NAME", compared without regard to case as module resources are.
+    vrn::DllResourceReader reader("WAV|STEPS");
+    EXPECT_EQ(reader.getSize(), 60u);
+    vrn::DllResourceReader lower("wav|steps");
+    EXPECT_EQ(*lower.getData(), *reader.getData());
+
+    AudioFileRead wav("WAV|STEPS");
+    wav.openResource();
+    EXPECT_EQ(wav.getFileRate(), 22050.0f);
+    StkFrames frames(8, 1);
+    wav.read(frames);
+    const float expected[8] = {0, 32767, -32768, 1, -1, 16384, -16384, 100};
+    for (size_t i = 0; i < 8; ++i) EXPECT_EQ(frames[i], expected[i] / 32768.0f) << i;
+
+    auto messageOf = [](const std::string& spec) -> std::string {
+        try {
+            vrn::DllResourceReader failing(spec);
+        } catch (const vrn::VRNException& e) {
+            return e.getMessage();
+        } catch (const std::out_of_range& e) {
+            return e.what();
+        }
+        return "(no failure)";
+    };
+    EXPECT_EQ(messageOf("WAV|NOSUCH"), "Could not locate Resource File NOSUCH");
+    EXPECT_EQ(messageOf("PNG|STEPS"), "Could not locate Resource File STEPS");
+    // Name and type in front of the separator leave the name empty.
+    EXPECT_EQ(messageOf("STEPSWAV|"), "Could not locate Resource File ");
+    EXPECT_EQ(messageOf("STEPS"), "invalid vector<T> subscript");
+}
