@@ -13,20 +13,9 @@
 #include "engine/Context.h"
 #include "filters/Convolver.h"
 
+#include "support/AllocationCounter.h"
+
 using namespace vrn;
-
-// Counts the allocations of this program while armed, to prove that blocks allocate nothing.
-static std::atomic<bool> gCounting{false};
-static std::atomic<long> gAllocations{0};
-
-void* operator new(size_t size) {
-    if (gCounting.load(std::memory_order_relaxed)) gAllocations.fetch_add(1);
-    void* p = std::malloc(size ? size : 1);
-    if (!p) throw std::bad_alloc();
-    return p;
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -202,12 +191,10 @@ TEST(Convolver, SteadyStateBlocksAllocateNothing) {
     std::vector<scalar*> inputs{in->data()};
     std::vector<scalar> out(256);
     std::vector<scalar*> outputs{out.data()};
-    gAllocations = 0;
-    gCounting = true;
+    orm_test::AllocationScope scope;
     for (int block = 0; block < 50; ++block) {
         convolver->process(inputs, static_cast<size_t>(block * 5 % 257));
         convolver->process(inputs, outputs, 256);
     }
-    gCounting = false;
-    EXPECT_EQ(gAllocations.load(), 0);
+    EXPECT_EQ(scope.count(), 0);
 }

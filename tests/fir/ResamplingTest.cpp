@@ -16,19 +16,9 @@
 #include "engine/Driver.h"
 #include "filters/Fir.h"
 
-using namespace vrn;
+#include "support/AllocationCounter.h"
 
-// Counts allocations so that steady-state blocks can be shown to make none.
-namespace {
-std::atomic<long> allocations{0};
-}
-void* operator new(std::size_t size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size ? size : 1)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+using namespace vrn;
 
 namespace {
 
@@ -220,12 +210,13 @@ TEST(ResamplingFilters, OversamplingSystemThroughTheDriverKeepsASineAtUnity) {
         const size_t lengths[] = {256, 100, 7, 256, 31, 128};
         size_t at = 0, block = 0;
         long allocationsInSteadyState = 0;
+        orm_test::AllocationScope scope;
         while (at < total) {
             size_t n = std::min(lengths[block++ % 6], total - at);
             std::vector<scalar*> inputs{input.data() + at};
-            const long before = allocations.load();
+            const long before = orm_test::allocationCount().load();
             driver->process(inputs, n);
-            if (block > 12) allocationsInSteadyState += allocations.load() - before;
+            if (block > 12) allocationsInSteadyState += orm_test::allocationCount().load() - before;
             const scalar* out = driver->getOutputs()[0];
             output.insert(output.end(), out, out + n);
             at += n;

@@ -1,6 +1,6 @@
 #pragma once
 // Counts heap allocations while armed.  A program that uses it links a file that replaces the
-// global operator new (as tests/realtime/allocation_counter.cpp does).
+// global operator new (tests/support/AllocationCounter.cpp, linked into every test program).
 
 #include <atomic>
 
