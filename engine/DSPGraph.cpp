@@ -160,7 +160,9 @@ void DSPGraph::setMaxBlockSize(int size) {
     switch (processingMethod) {
         case Block:
         case Iterative:
-            context->setMaxBlockSize(size);
+            // A graph that raises the rate hands on multiplier × size samples; its buffers hold
+            // that many even when no element of it resamples, so no reader runs past them.
+            context->setMaxBlockSize(multiplier > 1.0 ? static_cast<int>(std::ceil(size * multiplier)) : size);
             break;
         case Sequential:
             context->setMaxBlockSize(1);

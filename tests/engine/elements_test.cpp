@@ -35,11 +35,14 @@ public:
 
 std::shared_ptr<DSPContext> newContext() { return std::make_shared<DSPContext>(); }
 
-Gain* newGain(const std::string& name, const std::string& gain, std::shared_ptr<DSPContext>& context) {
+// A Gain that does not hold the context it is added to, so that the test's contexts can die
+// (a filter holding its owner would keep both alive).
+Gain* newGain(const std::string& name, const std::string& gain, std::shared_ptr<DSPContext>&) {
     auto* filter = new Gain();
     Properties properties;
     properties["Gain"] = gain;
-    filter->init(name, properties, context);
+    std::shared_ptr<DSPContext> none;
+    filter->init(name, properties, none);
     return filter;
 }
 

@@ -100,16 +100,18 @@ std::vector<float> makeSignal(const std::string& name, double rate, size_t frame
         return out;
     }
     if (name.compare(0, 5, "sine:") == 0) {
-        std::string rest = name.substr(5);
-        size_t colon = rest.find(':');
+        const std::string rest = name.substr(5);
+        const size_t colon = rest.find(':');
+        const std::string frequencyText = rest.substr(0, colon);
         char* end = nullptr;
-        double frequency = std::strtod(rest.substr(0, colon).c_str(), &end);
-        if (*end != '\0' || !(frequency > 0) || frequency >= rate / 2)
+        double frequency = std::strtod(frequencyText.c_str(), &end);
+        if (frequencyText.empty() || *end != '\0' || !(frequency > 0) || frequency >= rate / 2)
             throw UsageError{"sine needs a frequency between 0 and half the rate: '" + name + "'"};
         double level = -6.0;
         if (colon != std::string::npos) {
-            level = std::strtod(rest.substr(colon + 1).c_str(), &end);
-            if (*end != '\0' || rest.size() == colon + 1 || !std::isfinite(level))
+            const std::string levelText = rest.substr(colon + 1);
+            level = std::strtod(levelText.c_str(), &end);
+            if (levelText.empty() || *end != '\0' || !std::isfinite(level))
                 throw UsageError{"sine needs a level in dBFS: '" + name + "'"};
         }
         double amplitude = dbToGain(level);
