@@ -1,5 +1,7 @@
 #include "engine/BufferedFilter.h"
 
+#include <algorithm>
+
 #include "engine/AlignedMemory.h"
 
 namespace vrn {
@@ -13,6 +15,8 @@ void BufferedFilter::setMaxBlockSize(int size) {
     freeSamples(buffer);
     buffer = nullptr;
     buffer = allocateSamples(static_cast<size_t>(size));
+    // Old contents are not kept; silence rather than stale memory for a feedback read before the first run.
+    std::fill(buffer, buffer + size, 0.0f);
     if (outputs.empty()) outputs.resize(1);
     outputs[0] = buffer;
 }

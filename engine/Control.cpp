@@ -46,8 +46,10 @@ void Control::setPropertyFunction(const std::shared_ptr<Property>& property, std
     for (size_t i = 0; i < properties->size(); ++i) {
         if ((*properties)[i]->index != property->index) continue;
         try {
+            // Evaluated before it is stored, so an empty function cannot take the control's place.
+            float mapped = function(value);
             scalarFunctions[i] = function;
-            (*properties)[i]->scalarValue = function(value);
+            (*properties)[i]->scalarValue = mapped;
         } catch (...) {
             release();
             throw;

@@ -1,11 +1,17 @@
 #include "engine/DSPElementFactory.h"
 
+#include "filters/BiQuad.h"
 #include "filters/DifferentialFilter.h"
+#include "filters/FirstOrderIIR.h"
+#include "filters/Fir.h"
 #include "filters/Gain.h"
+#include "filters/Iir.h"
+#include "filters/IirResamplers.h"
 #include "filters/LookupTableFilter.h"
 #include "filters/Mixer.h"
 #include "filters/Relaxation.h"
 #include "filters/Switch.h"
+#include "filters/ThirdOrderIIR.h"
 
 namespace vrn {
 
@@ -23,6 +29,17 @@ const std::unordered_map<std::string, std::function<Filter*()>> kBuiltInTypes = 
     {"Mixer", maker<Mixer>()},
     {"Gain", maker<Gain>()},
     {"LookupTableFilter", maker<LookupTableFilter>()},
+    {"FirstOrderIIR", maker<FirstOrderIIR>()},
+    {"BiQuad", maker<BiQuad>()},
+    {"ThirdOrderIIR", maker<ThirdOrderIIR>()},
+    {"Iir", maker<Iir>()},
+    {"IirInterpolator", maker<IirInterpolator>()},
+    {"IirDecimator", maker<IirDecimator>()},
+    {"Fir", maker<Fir>()},
+    {"PolyphaseDownsampler", maker<PolyphaseDownsampler>()},
+    {"PolyphaseUpsampler", maker<PolyphaseUpsampler>()},
+    {"ResamplingDecimator", maker<ResamplingDecimator>()},
+    {"ResamplingUpsampler", maker<ResamplingUpsampler>()},
 };
 
 }  // namespace

@@ -150,6 +150,16 @@ void Driver::bindProperties() {
     }
 }
 
+size_t Driver::getNumberOfInputs() const {
+    int highest = -1;
+    for (size_t g = 0; inputGraphs && g < inputGraphs->size(); ++g)
+        for (size_t j = 0; j < (*inputGraphs)[g]->size(); ++j)
+            if ((*(*inputGraphs)[g])[j] == -1) highest = std::max(highest, (*(*inputNodes)[g])[j]);
+    for (size_t i = 0; outputGraphs && i < outputGraphs->size(); ++i)
+        if ((*outputGraphs)[i] == -1) highest = std::max(highest, (*outputNodes)[i]);
+    return static_cast<size_t>(highest + 1);
+}
+
 std::shared_ptr<Graph>& Driver::getGraph(std::string name) {
     auto it = graphsByName.find(name);
     if (it == graphsByName.end()) throw InvalidArgumentException(name + " is not a valid graph name.");

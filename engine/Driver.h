@@ -65,6 +65,8 @@ public:
     const std::vector<double>& getMultipliers() const { return multipliers; }
     const std::shared_ptr<GraphList>& getGraphs() const { return graphs; }
     size_t getNumberOfOutputs() const { return outputGraphs ? outputGraphs->size() : 0; }
+    // How many host inputs the description reads: one more than the highest "System" node used.
+    size_t getNumberOfInputs() const;
 
 private:
     Driver();

@@ -45,6 +45,7 @@ public:
     // How a control reaches a graph: "Off", "Bypass", "Suspend", optionally "_<index>".
     virtual void setProperty(const std::string& name, scalar value);
 
+    int getMaxBlockSize() const { return maxBlockSize; }
     bool isOff() const { return off; }
     bool isBypassed() const { return bypass; }
 

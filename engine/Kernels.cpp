@@ -1,73 +1,88 @@
 #include "engine/Kernels.h"
 
-#include <cmath>
-#include <utility>
+#include <atomic>
+#include <cstdlib>
 
+#include "engine/CpuFeatures.h"
 #include "engine/Exceptions.h"
+#include "engine/KernelsInternal.h"
+
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#include <xmmintrin.h>
+#define ORM_PACKED_SSE2 1
+#endif
 
 namespace vrn {
 
+namespace kernels {
+
 namespace {
-
-// One Newton step on a reciprocal estimate, as the vector code refines its 12-bit estimate.
-inline scalar reciprocal(scalar d) {
-    scalar r = 1.0f / d;
-    return (2.0f - d * r) * r;
-}
-
+// -1 until the first kernel call.  Two threads may detect at once; both store the same value.
+std::atomic<int> level{-1};
 }  // namespace
 
-scalar sdot(const scalar* a, const scalar* b, int n) {
-    scalar sum = 0.0f;
-    for (int i = 0; i < n; ++i) sum += a[i] * b[i];
-    return sum;
-}
-
-void saxpy(int n, scalar alpha, const scalar* x, scalar* y) {
-    for (int i = 0; i < n; ++i) y[i] += alpha * x[i];
-}
-
-void sscal(int n, scalar alpha, scalar* x) {
-    for (int i = 0; i < n; ++i) x[i] *= alpha;
-}
-
-int ludcmp(int n, scalar* a, int lda, int* pivots) {
-    for (int i = 0; i < n; ++i) pivots[i] = i;
-    if (n < 1) return 0;
-    auto at = [&](int i, int j) -> scalar& { return a[i + static_cast<long>(lda) * j]; };
-    for (int k = 0; k < n; ++k) {
-        int p = k;
-        scalar m = std::fabs(at(k, k));
-        for (int i = k + 1; i < n; ++i)
-            if (std::fabs(at(i, k)) > m) {
-                m = std::fabs(at(i, k));
-                p = i;
-            }
-        if (p != k) {
-            std::swap(pivots[k], pivots[p]);
-            for (int j = 0; j < n; ++j) std::swap(at(k, j), at(p, j));
-        }
-        scalar d = at(k, k);
-        if (!(std::fabs(d) >= 1e-20f)) return -1;
-        scalar r = reciprocal(d);
-        for (int i = k + 1; i < n; ++i) at(i, k) *= r;
-        for (int j = k + 1; j < n; ++j)
-            for (int i = k + 1; i < n; ++i) at(i, j) -= at(k, j) * at(i, k);
-    }
+int detectLevel() {
+#ifdef ORM_KERNELS_X86
+    const CpuFeatures cpu = readCpuFeatures();
+    if (cpu.avx && cpu.f16c && cpu.rdrand && cpu.avx2) return 4;
+    if (cpu.avx && cpu.f16c && cpu.rdrand) return 3;
+    if (cpu.avx) return 2;
+    if (cpu.sse41) return 1;
+    if (cpu.sse2) return 0;
+    std::abort();
+#else
     return 0;
+#endif
 }
+
+int currentLevel() {
+    int value = level.load(std::memory_order_relaxed);
+    if (value < 0) {
+        value = detectLevel();
+        level.store(value, std::memory_order_relaxed);
+    }
+    if (value < 0) std::abort();
+    return value;
+}
+
+void forceLevel(int value) { level.store(value, std::memory_order_relaxed); }
+
+bool canRun(int value) {
+#ifdef ORM_KERNELS_X86
+    return value >= 0 && value <= detectLevel();
+#else
+    (void)value;
+    return false;
+#endif
+}
+
+}  // namespace kernels
+
+// Each entry: one integer test, then a direct call.
+#ifdef ORM_KERNELS_X86
+#define ORM_DISPATCH(call)                                        \
+    const int selected = kernels::currentLevel();                 \
+    if (selected >= 2) return kernels::avx::call;                 \
+    if (selected == 1) return kernels::sse41::call;               \
+    return kernels::sse2::call;
+#else
+#define ORM_DISPATCH(call) return kernels::plain::call;
+#endif
+
+scalar sdot(const scalar* a, const scalar* b, int n) { ORM_DISPATCH(sdot(a, b, n)) }
+
+void saxpy(int n, scalar alpha, const scalar* x, scalar* y) { ORM_DISPATCH(saxpy(n, alpha, x, y)) }
+
+void sscal(int n, scalar alpha, scalar* x) { ORM_DISPATCH(sscal(n, alpha, x)) }
+
+int ludcmp(int n, scalar* a, int lda, int* pivots) { ORM_DISPATCH(ludcmp(n, a, lda, pivots)) }
 
 int lubksb(int n, const scalar* a, int lda, const int* pivots, scalar* x, const scalar* b) {
-    auto at = [&](int i, int j) { return a[i + static_cast<long>(lda) * j]; };
-    for (int i = 0; i < n; ++i) x[i] = b[pivots[i]];
-    for (int k = 0; k < n - 1; ++k)
-        for (int i = k + 1; i < n; ++i) x[i] -= x[k] * at(i, k);
-    for (int k = n - 1; k >= 0; --k) {
-        x[k] *= reciprocal(at(k, k));
-        for (int i = 0; i < k; ++i) x[i] -= x[k] * at(i, k);
-    }
-    return 0;
+    ORM_DISPATCH(lubksb(n, a, lda, pivots, x, b))
 }
+
+#undef ORM_DISPATCH
 
 PackedMatrix::PackedMatrix(const scalar* data, int matrixRows, int matrixColumns)
     : rows(matrixRows),
@@ -106,6 +121,26 @@ void PackedMatrix::multiply(const scalar* x, scalar* y, int xSize, int ySize) {
             int c = 4 * g + lane;
             packedVector[static_cast<size_t>(g)].v[lane] = c < columns ? x[c] : 0.0f;
         }
+#ifdef ORM_PACKED_SSE2
+    // Four lanes are SSE2, which every x86-64 has: no dispatch.
+    const __m128* matrix = reinterpret_cast<const __m128*>(packs.data());
+    const __m128* vector = reinterpret_cast<const __m128*>(packedVector.data());
+    const size_t blockStride = static_cast<size_t>(rows);
+    for (int r = 0; r < rows; ++r) {
+        __m128 acc = _mm_setzero_ps();
+        int g = 0;
+        for (; g + 1 < columnGroups; g += 2) {
+            const __m128* p0 = matrix + static_cast<size_t>(g) * blockStride + r;
+            const __m128* p1 = p0 + blockStride;
+            if (g + 2 < columnGroups) _mm_prefetch(reinterpret_cast<const char*>(p1 + blockStride), _MM_HINT_T0);
+            acc = _mm_add_ps(acc, _mm_add_ps(_mm_mul_ps(*p1, vector[g + 1]), _mm_mul_ps(*p0, vector[g])));
+        }
+        if (g < columnGroups) acc = _mm_add_ps(acc, _mm_mul_ps(matrix[static_cast<size_t>(g) * blockStride + r], vector[g]));
+        // Upper pair onto the lower pair, then the two remaining lanes.
+        __m128 pairs = _mm_add_ps(acc, _mm_movehl_ps(acc, acc));
+        y[r] = _mm_cvtss_f32(_mm_add_ss(pairs, _mm_shuffle_ps(pairs, pairs, 1)));
+    }
+#else
     for (int r = 0; r < rows; ++r) {
         scalar acc[4] = {0, 0, 0, 0};
         int g = 0;
@@ -124,6 +159,7 @@ void PackedMatrix::multiply(const scalar* x, scalar* y, int xSize, int ySize) {
         scalar high = acc[1] + acc[3];
         y[r] = low + high;
     }
+#endif
 }
 
 }  // namespace vrn

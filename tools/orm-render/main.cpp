@@ -1,1 +1,95 @@
-int main() { return 0; }
+// orm-render: runs the built-in amplifier or any system description over an audio file or a
+// generated signal and writes a 32-bit float WAV file.
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+
+#include "engine/Exceptions.h"
+#include "tools/orm-render/AudioFiles.h"
+#include "tools/orm-render/Options.h"
+#include "tools/orm-render/Signals.h"
+#include "tools/orm-render/SystemRenderer.h"
+
+using namespace orm_render;
+
+namespace {
+
+std::unique_ptr<Renderer> makeRenderer(const Options& options) {
+    if (!options.system.empty()) return std::make_unique<SystemRenderer>(options.system);
+    throw UsageError{"hosting a VST2 module (the built-in amplifier, --plugin) is not available yet: use --system FILE.xml"};
+}
+
+void render(const Options& options) {
+    if (options.bench) throw UsageError{"--bench is not available yet"};
+    std::unique_ptr<Renderer> renderer = makeRenderer(options);
+
+    Audio input;
+    if (!options.input.empty()) {
+        input = readAudio(options.input);
+        if (options.rate > 0 && options.rate != input.rate)
+            throw UsageError{"--rate differs from the rate of " + options.input + "; the file's rate is used"};
+        if (options.seconds > 0)
+            for (auto& channel : input.channels)
+                channel.resize(std::min(channel.size(), static_cast<size_t>(options.seconds * input.rate)));
+    } else {
+        input.rate = options.rate > 0 ? options.rate : 48000;
+        double seconds = options.seconds > 0 ? options.seconds : 4.0;
+        input.channels.push_back(makeSignal(options.signal, input.rate, static_cast<size_t>(seconds * input.rate)));
+    }
+    if (input.channels.empty()) throw std::runtime_error(options.input + " has no channels");
+
+    for (const auto& setting : options.settings) renderer->set(setting.first, setting.second);
+    const size_t outputs = renderer->numberOfOutputs();
+    if (outputs == 0) throw std::runtime_error("the system has no outputs");
+
+    // Channel i feeds input i; a mono source feeds every input.
+    const size_t frames = input.channels[0].size();
+    std::vector<float*> inputs(std::max<size_t>(renderer->numberOfInputs(), 1));
+    std::vector<std::vector<float>> silence;
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        if (input.channels.size() == 1)
+            inputs[i] = input.channels[0].data();
+        else if (i < input.channels.size())
+            inputs[i] = input.channels[i].data();
+        else {
+            silence.emplace_back(frames);
+            inputs[i] = silence.back().data();
+        }
+    }
+    const std::vector<float*> starts = inputs;
+
+    WavOutput output(options.output, static_cast<int>(outputs), static_cast<int>(input.rate));
+    renderer->start(input.rate, options.block);
+    std::vector<const float*> results(outputs);
+    for (size_t done = 0; done < frames;) {
+        size_t count = std::min(frames - done, static_cast<size_t>(options.block));
+        for (size_t i = 0; i < inputs.size(); ++i) inputs[i] = starts[i] + done;
+        const std::vector<float*>& produced = renderer->process(inputs, count);
+        std::copy(produced.begin(), produced.end(), results.begin());
+        output.write(results, count);
+        done += count;
+    }
+    renderer->stop();
+    output.commit();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        render(parseOptions(argc, argv));
+        return 0;
+    } catch (const UsageError& error) {
+        if (!error.message.empty()) std::fprintf(stderr, "orm-render: %s\n", error.message.c_str());
+        std::fputs(usageText(), stderr);
+        return error.message.empty() ? 0 : 2;
+    } catch (const vrn::VRNException& error) {
+        std::fprintf(stderr, "orm-render: %s\n", error.getMessage().c_str());
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "orm-render: %s\n", error.what());
+    }
+    return 1;
+}

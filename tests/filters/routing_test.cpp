@@ -1,0 +1,160 @@
+// Gain, Mixer, Switch, DifferentialFilter and Relaxation.
+
+#include <gtest/gtest.h>
+
+#include "engine/Context.h"
+#include "filters/DifferentialFilter.h"
+#include "filters/Gain.h"
+#include "filters/Mixer.h"
+#include "filters/Relaxation.h"
+#include "filters/Switch.h"
+#include "support/TestSupport.h"
+
+using namespace vrn;
+
+namespace {
+
+template <typename T>
+std::unique_ptr<T> make(std::initializer_list<std::pair<const char*, const char*>> values, int block = 8) {
+    auto context = std::make_shared<DSPContext>();
+    Properties properties;
+    for (const auto& value : values) properties[value.first] = value.second;
+    auto filter = std::make_unique<T>();
+    filter->init("F", properties, context);
+    filter->setMaxBlockSize(block);
+    return filter;
+}
+
+std::shared_ptr<std::vector<scalar>> samples(std::initializer_list<scalar> values) {
+    return std::make_shared<std::vector<scalar>>(values);
+}
+
+}  // namespace
+
+TEST(Gain, ScalesInPlaceAndFollowsItsProperty) {
+    auto gain = make<Gain>({{"Gain", "0.5"}});
+    scalar x[5] = {1, 2, 3, 4, 5};
+    gain->process(x, x, 5);
+    EXPECT_EQ((std::vector<scalar>{0.5f, 1, 1.5f, 2, 2.5f}), std::vector<scalar>(x, x + 5));
+    gain->propertyChanged("Gain", -2.0f);
+    std::vector<scalar*> inputs{x};
+    gain->process(inputs, 5);
+    EXPECT_EQ(-5.0f, gain->getOutput(0)[4]);
+    gain->process(samples({3.0f}), 0, 0);
+    EXPECT_EQ(-6.0f, gain->getLastIterationResults()[0]);
+    gain->endIteration(2);
+    EXPECT_EQ(-6.0f, gain->getOutput(0)[2]);
+    EXPECT_VRN_MESSAGE(gain->propertyChanged("gain", 1.0f), InvalidArgumentException, "Gain: Invalid property name gain");
+    EXPECT_THROW(gain->process(1.0f), OperationNotSupportedException);
+    EXPECT_VRN_MESSAGE(make<Gain>({}), InvalidArgumentException, "Gain is not defined. Gain name=F");
+}
+
+TEST(Mixer, SumsScaledInputsAndChecksItsFaders) {
+    auto mixer = make<Mixer>({{"Faders", "0.5|0.25"}});
+    scalar a[3] = {1, 2, 3}, b[3] = {4, 4, 4};
+    std::vector<scalar*> inputs{a, b};
+    mixer->process(inputs, 3);
+    EXPECT_EQ((std::vector<scalar>{1.5f, 2.0f, 2.5f}), std::vector<scalar>(mixer->getOutput(0), mixer->getOutput(0) + 3));
+    mixer->propertyChanged("1", 2.0f);  // no range test at run time
+    mixer->propertyChanged("abc", 0.0f);  // reaches fader 0
+    mixer->process(inputs, 3);
+    EXPECT_EQ(8.0f, mixer->getOutput(0)[0]);
+    EXPECT_VRN_MESSAGE(mixer->propertyChanged("2", 1.0f), InvalidArgumentException, "Mixer: Invalid fader index 2");
+    std::vector<scalar*> tooMany{a, b, a};
+    EXPECT_THROW(mixer->process(tooMany, 3), std::out_of_range);
+
+    EXPECT_VRN_MESSAGE(make<Mixer>({{"Faders", "0.5"}}), InvalidArgumentException,
+                       "Number of Faders must be at least 2. Number of Faders: 0.5 Mixer name=F");
+    EXPECT_VRN_MESSAGE(make<Mixer>({{"Faders", "0.5|1.5"}}), InvalidArgumentException, "Invalid fader value: 1.5");
+    EXPECT_VRN_MESSAGE(make<Mixer>({}), InvalidArgumentException, "Faders is not defined. Mixer name=F");
+    make<Mixer>({{"Faders", "1|1"}});
+}
+
+TEST(Switch, SelectsOneInputByRoundedPosition) {
+    auto sw = make<Switch>({{"NumberOfInputs", "3"}, {"Position", " 1"}});
+    scalar a[2] = {1, 1}, b[2] = {2, 2}, c[2] = {3, 3};
+    std::vector<scalar*> inputs{a, b, c};
+    sw->process(inputs, 2);
+    EXPECT_EQ(2.0f, sw->getOutput(0)[1]);
+    sw->propertyChanged("Position", 1.49f);
+    EXPECT_EQ(1, sw->getPosition());
+    sw->propertyChanged("Position", 1.5f);
+    EXPECT_EQ(2, sw->getPosition());
+    EXPECT_VRN_MESSAGE(sw->propertyChanged("Position", 2.5f), InvalidArgumentException,
+                       "Switch: Invalid position 3. NumberOfInputs=3");
+    EXPECT_EQ(2, sw->getPosition());  // a refused change leaves the switch as it was
+    EXPECT_VRN_MESSAGE(sw->propertyChanged("position", 0.0f), InvalidArgumentException, "Switch: Unknown property position");
+    sw->process(samples({7, 8, 9}), 0, 0);
+    EXPECT_EQ(9.0f, sw->getLastIterationResults()[0]);
+
+    auto meta = sw->getMeta();
+    EXPECT_EQ(3, meta->getNumberOfInputs());
+    EXPECT_EQ(2, meta->getInputIndex("in_2"));
+    EXPECT_VRN_MESSAGE(meta->getInputIndex("in_3"), InvalidArgumentException, "SwitchMeta: Invalid input port in_3, NumberOfInputs=3");
+    EXPECT_VRN_MESSAGE(meta->getInputIndex("in0"), InvalidArgumentException,
+                       "Invalid input port name: in0. INput port name must start with \"in_\" followed by a number.");
+
+    EXPECT_VRN_MESSAGE(make<Switch>({{"NumberOfInputs", "1"}}), InvalidArgumentException,
+                       "Switch: NumberOfInputs must be greater than 1.");
+    EXPECT_VRN_MESSAGE(make<Switch>({}), InvalidArgumentException, "Switch: Number of inputs must be specified");
+    EXPECT_VRN_MESSAGE(make<Switch>({{"NumberOfInputs", "2"}, {"Position", "2"}}), InvalidArgumentException,
+                       "Switch: Invalid position 2. NumberOfInputs=2");
+}
+
+TEST(DifferentialFilter, ShortAndLongBlocksAgreeWithTheFormula) {
+    auto diff = make<DifferentialFilter>({{"Gain", "3"}}, 16);
+    scalar p[6] = {1, 2, 3, 4, 5, 6}, m[6] = {0.5f, 0.5f, 1, 1, 2, 8};
+    std::vector<scalar*> inputs{p, m};
+    for (size_t n : {3u, 6u}) {  // below 4: plain loops; from 4: kernels
+        diff->process(inputs, n);
+        for (size_t i = 0; i < n; ++i) EXPECT_FLOAT_EQ((p[i] - m[i]) * 3, diff->getOutput(0)[i]) << n << " " << i;
+    }
+    auto minus = make<DifferentialFilter>({{"Gain", "2"}, {"ConstantValueNode", "minus"}, {"ConstantValue", "1"}}, 16);
+    std::vector<scalar*> plusOnly{p, nullptr};
+    minus->process(plusOnly, 6);
+    for (int i = 0; i < 6; ++i) EXPECT_FLOAT_EQ(2 * (p[i] - 1), minus->getOutput(0)[i]);
+    auto plus = make<DifferentialFilter>({{"Gain", "2"}, {"ConstantValueNode", "plus"}, {"ConstantValue", "1"}}, 16);
+    std::vector<scalar*> minusOnly{nullptr, m};
+    plus->process(minusOnly, 2);
+    EXPECT_FLOAT_EQ(2 * (1 - m[1]), plus->getOutput(0)[1]);
+
+    diff->process(samples({5, 1}), 0, 0);
+    EXPECT_EQ(12.0f, diff->getLastIterationResults()[0]);
+    EXPECT_EQ(0, diff->getMeta()->getInputIndex("plus"));
+    EXPECT_VRN_MESSAGE(diff->getMeta()->getInputIndex("in"), InvalidArgumentException,
+                       "Invalid input port name: in. Expected \"plus\" or \"minus\".");
+    EXPECT_VRN_MESSAGE(make<DifferentialFilter>({}), VRNException, "Gain is not defined. DifferentialFilter name=F");
+    EXPECT_VRN_MESSAGE(make<DifferentialFilter>({{"Gain", "1"}, {"ConstantValueNode", "minus"}}), VRNException,
+                       "Missing value for constant value node minus");
+    EXPECT_VRN_MESSAGE(diff->propertyChanged("G", 1.0f), InvalidArgumentException,
+                       "DifferentialFilter: Invalid property name G");
+}
+
+TEST(Relaxation, DampsEachPassAndExtrapolatesTheNextSample) {
+    auto context = std::make_shared<DSPContext>();
+    Properties properties;
+    properties["Relaxation"] = "1";
+    Relaxation relax;
+    relax.init("R", properties, context);
+    relax.process(samples({4}), 0, 0);
+    EXPECT_EQ(4.0f, relax.getLastIterationResults()[0]);  // factor 1 passes the input through
+    relax.endIteration(0);
+    EXPECT_EQ(8.0f, relax.getLastIterationResults()[0]);  // 2·4 − 0: straight-line prediction
+    relax.setRelaxation(0.5f);
+    relax.process(samples({0}), 1, 0);
+    EXPECT_EQ(4.0f, relax.getLastIterationResults()[0]);  // halfway from 8 towards 0
+
+    EXPECT_EQ(0.0f, relax.process(3.0f));
+    std::vector<scalar*> none;
+    EXPECT_VRN_MESSAGE(relax.process(none, 1), OperationNotSupportedException,
+                       "Relaxation: Block processing mode is not supported. Name: R");
+    EXPECT_VRN_MESSAGE(relax.getOutputs(), OperationNotSupportedException,
+                       "Relaxation: Block processing mode is not supported. Name: R");
+    properties["Relaxation"] = "0";
+    Relaxation bad;
+    EXPECT_VRN_MESSAGE(bad.init("B", properties, context), InvalidArgumentException,
+                       "Relaxation: Relaxation must be greater than 0. Relaxation=0 Relaxation name=B");
+    Relaxation missing;
+    EXPECT_VRN_MESSAGE(missing.init("M", Properties(), context), VRNException,
+                       "Relaxation: Relaxation is not defined. Relaxation name=M");
+}

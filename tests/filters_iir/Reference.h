@@ -1,0 +1,96 @@
+#pragma once
+// Double-precision references for the recursive filter tests: the difference equation written
+// out plainly, and the frequency response of coefficient vectors on the unit circle.
+
+#include <complex>
+#include <memory>
+#include <vector>
+
+#include "engine/Context.h"
+#include "engine/Types.h"
+
+namespace ormtest {
+
+// y[n] = sum b[k] x[n-k] - sum a[k-1] y[n-k], in double precision with its own state.
+class DifferenceEquation {
+public:
+    DifferenceEquation(const std::vector<double>& a, const std::vector<double>& b)
+        : a(a), b(b), x(b.size(), 0.0), y(a.size() + 1, 0.0) {}
+    template <typename T>
+    DifferenceEquation(const std::vector<T>& a, const std::vector<T>& b)
+        : DifferenceEquation(std::vector<double>(a.begin(), a.end()), std::vector<double>(b.begin(), b.end())) {}
+
+    void setCoefficients(const std::vector<double>& newA, const std::vector<double>& newB) {
+        a = newA;
+        b = newB;
+    }
+    double step(double in) {
+        for (size_t k = x.size() - 1; k > 0; --k) x[k] = x[k - 1];
+        x[0] = in;
+        double out = 0;
+        for (size_t k = 0; k < b.size(); ++k) out += b[k] * x[k];
+        for (size_t k = 0; k < a.size(); ++k) out -= a[k] * y[k];
+        for (size_t k = y.size() - 1; k > 0; --k) y[k] = y[k - 1];
+        y[0] = out;
+        return out;
+    }
+
+private:
+    std::vector<double> a, b, x, y;
+};
+
+// H(e^{j 2 pi f}) for f in cycles per sample, with a = a1..aN and b = b0..bN.
+template <typename T>
+std::complex<double> response(const std::vector<T>& a, const std::vector<T>& b, double f) {
+    const std::complex<double> zInverse = std::polar(1.0, -2.0 * 3.14159265358979323846 * f);
+    std::complex<double> top = 0, bottom = 1, power = 1;
+    for (size_t k = 0; k < b.size(); ++k) {
+        top += static_cast<double>(b[k]) * power;
+        power *= zInverse;
+    }
+    power = zInverse;
+    for (size_t k = 0; k < a.size(); ++k) {
+        bottom += static_cast<double>(a[k]) * power;
+        power *= zInverse;
+    }
+    return top / bottom;
+}
+
+template <typename T>
+double magnitudeDb(const std::vector<T>& a, const std::vector<T>& b, double f) {
+    return 20.0 * std::log10(std::abs(response(a, b, f)));
+}
+
+// Group delay in samples by a central difference of the unwrapped phase.
+template <typename T>
+double groupDelay(const std::vector<T>& a, const std::vector<T>& b, double f) {
+    const double h = 1e-6;
+    const double p1 = std::arg(response(a, b, f - h));
+    const double p2 = std::arg(response(a, b, f + h));
+    double d = p2 - p1;
+    const double pi = 3.14159265358979323846;
+    while (d > pi) d -= 2 * pi;
+    while (d < -pi) d += 2 * pi;
+    return -d / (2 * pi * 2 * h);
+}
+
+inline std::shared_ptr<vrn::DSPContext> makeContext() { return std::make_shared<vrn::DSPContext>(); }
+
+inline std::shared_ptr<std::vector<vrn::scalar>> values(std::initializer_list<vrn::scalar> list) {
+    return std::make_shared<std::vector<vrn::scalar>>(list);
+}
+
+// A deterministic test signal: a few sines and a step, in -1..1.
+inline std::vector<vrn::scalar> testSignal(size_t n) {
+    std::vector<vrn::scalar> s(n);
+    uint32_t state = 12345;
+    for (size_t i = 0; i < n; ++i) {
+        state = state * 1664525u + 1013904223u;
+        const double noise = (state >> 8) / 16777216.0 - 0.5;
+        s[i] = static_cast<vrn::scalar>(0.4 * std::sin(0.05 * i) + 0.2 * std::sin(1.3 * i) + 0.2 * noise +
+                                        (i > n / 2 ? 0.1 : 0.0));
+    }
+    return s;
+}
+
+}  // namespace ormtest

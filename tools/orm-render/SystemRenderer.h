@@ -1,0 +1,27 @@
+#pragma once
+// Runs a system description directly through the engine's Driver.
+
+#include <memory>
+
+#include "engine/Driver.h"
+#include "tools/orm-render/Renderer.h"
+
+namespace orm_render {
+
+class SystemRenderer : public Renderer {
+public:
+    // Throws vrn::VRNException (the system's own message) for a faulty description.
+    explicit SystemRenderer(const std::string& path);
+
+    size_t numberOfInputs() const override { return driver->getNumberOfInputs(); }
+    size_t numberOfOutputs() const override { return driver->getNumberOfOutputs(); }
+    void set(const std::string& name, double value) override;
+    void start(double rate, int maxBlock) override;
+    const std::vector<float*>& process(std::vector<float*>& inputs, size_t frames) override;
+    void stop() override { driver->setSuspended(true); }
+
+private:
+    std::shared_ptr<vrn::Driver> driver;
+};
+
+}  // namespace orm_render
