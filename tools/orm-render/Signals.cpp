@@ -103,12 +103,14 @@ std::vector<float> makeSignal(const std::string& name, double rate, size_t frame
         std::string rest = name.substr(5);
         size_t colon = rest.find(':');
         char* end = nullptr;
-        double frequency = std::strtod(rest.substr(0, colon).c_str(), &end);
+        const std::string frequencyText = rest.substr(0, colon);  // end points into it: keep it alive
+        double frequency = std::strtod(frequencyText.c_str(), &end);
         if (*end != '\0' || !(frequency > 0) || frequency >= rate / 2)
             throw UsageError{"sine needs a frequency between 0 and half the rate: '" + name + "'"};
         double level = -6.0;
         if (colon != std::string::npos) {
-            level = std::strtod(rest.substr(colon + 1).c_str(), &end);
+            const std::string levelText = rest.substr(colon + 1);
+            level = std::strtod(levelText.c_str(), &end);
             if (*end != '\0' || rest.size() == colon + 1 || !std::isfinite(level))
                 throw UsageError{"sine needs a level in dBFS: '" + name + "'"};
         }
