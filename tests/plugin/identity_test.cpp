@@ -14,6 +14,10 @@ using testhost::Instance;
 TEST(PluginIdentity, RecordAndEntry) {
     ASSERT_NE(testhost::module().alias, nullptr);
     EXPECT_EQ(testhost::module().alias, testhost::module().entry);  // "main" is the same function
+    // Nothing else leaves the module: neither the engine nor the effect's own functions.
+    EXPECT_EQ(dlsym(testhost::module().handle, "_ZN3vrn6Driver6createEv"), nullptr);
+    EXPECT_EQ(dlsym(testhost::module().handle, "createEffectInstance"), nullptr);
+    EXPECT_EQ(dlsym(testhost::module().handle, "_Z20createEffectInstancePFlP7AEffectiilPvfE"), nullptr);
 
     const int versionQueries = testhost::callbackLog().versionQueries;
     _mm_setcsr(_mm_getcsr() & ~((1u << 15) | (1u << 6)));
