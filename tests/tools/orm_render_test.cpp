@@ -153,11 +153,38 @@ TEST_F(OrmRender, UsageErrorsExitWithTwo) {
         EXPECT_EQ(2, result.status) << arguments;
         EXPECT_EQ(0u, result.errors.find("orm-render: ")) << result.errors;
     }
-    // Hosting modules and benchmarking are not part of this form of the tool yet, and say so.
-    Result plugin = run("--signal riff --out " + path("p.wav"));
-    EXPECT_EQ(2, plugin.status);
-    EXPECT_NE(std::string::npos, plugin.errors.find("not available yet")) << plugin.errors;
-    Result bench = run(system + "--signal riff --bench --out " + path("p.wav"));
-    EXPECT_EQ(2, bench.status);
-    EXPECT_NE(std::string::npos, bench.errors.find("not available yet")) << bench.errors;
+}
+
+TEST_F(OrmRender, HostsTheBuiltInAmplifierAndOtherModules) {
+    // The default source is the orm module beside the tool, driven through its VST2 interface.
+    Result quiet = run("--signal sine:1000:-6 --seconds 0.5 --out " + path("a.wav"));
+    ASSERT_EQ(0, quiet.status) << quiet.errors;
+    Result loud = run("--signal sine:1000:-6 --seconds 0.5 --set Output=1 --set 0=1 --out " + path("b.wav"));
+    ASSERT_EQ(0, loud.status) << loud.errors;
+    SF_INFO info;
+    auto a = read(path("a.wav"), info);
+    ASSERT_EQ(2u, a.size());
+    EXPECT_EQ(a[0], a[1]);  // Stereo off: output 0 on both sides
+    auto b = read(path("b.wav"), info);
+    ASSERT_EQ(2u, b.size());
+    // Output 0.5 -> 1 doubles the level; Volume 0.5 -> 1 takes the wiper from 0.1 to 1.
+    size_t loudest = 0;
+    for (size_t i = 0; i < a[0].size(); ++i)
+        if (std::fabs(a[0][i]) > std::fabs(a[0][loudest])) loudest = i;
+    ASSERT_GT(std::fabs(a[0][loudest]), 0.0f);
+    EXPECT_NEAR(b[0][loudest] / a[0][loudest], 20.0, 20.0 * 1e-5);
+
+    // Names as the host sees them (a long name matches on its first eight letters) or indices.
+    EXPECT_EQ(0, run("--signal impulse --seconds 0.1 --set Oversampling=1 --set 7=1 --out " + path("c.wav")).status);
+    Result unknown = run("--signal impulse --seconds 0.1 --set Drive=1 --out " + path("d.wav"));
+    EXPECT_EQ(1, unknown.status);
+    EXPECT_EQ(0u, unknown.errors.find("orm-render: unknown parameter Drive (parameters: 0 Volume, 1 Feedback"))
+        << unknown.errors;
+    Result missing = run("--plugin " + path("none.so") + " --signal impulse --out " + path("e.wav"));
+    EXPECT_EQ(1, missing.status);
+    EXPECT_NE(std::string::npos, missing.errors.find("cannot load")) << missing.errors;
+    EXPECT_FALSE(fs::exists(path("e.wav")));
+
+    Result bench = run("--signal riff --seconds 0.5 --bench --out " + path("f.wav"));
+    EXPECT_EQ(0, bench.status) << bench.errors;
 }

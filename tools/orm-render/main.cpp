@@ -1,6 +1,8 @@
 // orm-render: runs the built-in amplifier or any system description over an audio file or a
 // generated signal and writes a 32-bit float WAV file.
 
+#include <time.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -12,6 +14,7 @@
 #include "tools/orm-render/Options.h"
 #include "tools/orm-render/Signals.h"
 #include "tools/orm-render/SystemRenderer.h"
+#include "tools/orm-render/VstHost.h"
 
 using namespace orm_render;
 
@@ -19,11 +22,17 @@ namespace {
 
 std::unique_ptr<Renderer> makeRenderer(const Options& options) {
     if (!options.system.empty()) return std::make_unique<SystemRenderer>(options.system);
-    throw UsageError{"hosting a VST2 module (the built-in amplifier, --plugin) is not available yet: use --system FILE.xml"};
+    return std::make_unique<VstHost>(options.plugin.empty() ? VstHost::defaultModulePath() : options.plugin);
+}
+
+// CPU time of the calling thread: the processing thread's own work, whatever else the machine does.
+double threadSeconds() {
+    timespec now;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
 void render(const Options& options) {
-    if (options.bench) throw UsageError{"--bench is not available yet"};
     std::unique_ptr<Renderer> renderer = makeRenderer(options);
 
     Audio input;
@@ -64,16 +73,25 @@ void render(const Options& options) {
     WavOutput output(options.output, static_cast<int>(outputs), static_cast<int>(input.rate));
     renderer->start(input.rate, options.block);
     std::vector<const float*> results(outputs);
+    double processing = 0;
     for (size_t done = 0; done < frames;) {
         size_t count = std::min(frames - done, static_cast<size_t>(options.block));
         for (size_t i = 0; i < inputs.size(); ++i) inputs[i] = starts[i] + done;
+        const double before = threadSeconds();
         const std::vector<float*>& produced = renderer->process(inputs, count);
+        processing += threadSeconds() - before;
         std::copy(produced.begin(), produced.end(), results.begin());
         output.write(results, count);
         done += count;
     }
     renderer->stop();
     output.commit();
+    if (options.bench) {
+        const double audioSeconds = static_cast<double>(frames) / input.rate;
+        std::printf("rate %.0f Hz, block %d: realtime factor %.1f, %.1f ns per sample (%.3f s CPU for %.3f s audio)\n",
+                    input.rate, options.block, processing > 0 ? audioSeconds / processing : 0.0,
+                    frames ? processing * 1e9 / static_cast<double>(frames) : 0.0, processing, audioSeconds);
+    }
 }
 
 }  // namespace

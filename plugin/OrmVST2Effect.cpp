@@ -1,0 +1,166 @@
+#include "plugin/OrmVST2Effect.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "plugin/DenormalGuard.h"
+
+using vrn::scalar;
+
+OrmVST2Effect::OrmVST2Effect(audioMasterCallback master, std::shared_ptr<vrn::Driver> systemDriver)
+    : AudioEffectX(master, 1, static_cast<int32_t>(systemDriver->getControls()->size())) {
+    canProcessReplacing(true);
+    programsAreChunks(false);
+    // The has-editor flag is raised by setEditor once a window exists (see the editor step below).
+
+    driver = systemDriver;
+    controls.reset();
+    inputs = std::make_shared<std::vector<scalar*>>(2, nullptr);
+    controls = driver->getControls();
+
+    // Networks: the volume-control calculators go into "VC" of V2-out-Rg-lowCPU, V2-out-Rg,
+    // V2-out-Rg-lowCPU_S, V2-out-Rg_S, then the coupling calculators into "V2V3" of V2-out-Rg,
+    // V2-out-Rg-lowCPU, V2-out-Rg_S, V2-out-Rg-lowCPU_S.  Not wired yet: the built-in description
+    // still has plain Gain elements in their place.
+
+    // Data: the tube curves go into the LookupTableFilter elements and the impulse response "u87"
+    // into "WV" of WaveConvolver and WaveConvolver_S.  Not loaded yet: the description's stages
+    // and cabinet are linear stand-ins until the data is in the module.
+
+    setUniqueID(kUniqueId);
+    setNumInputs(2);
+    setNumOutputs(2);
+    canDoubleReplacing(false);
+
+    attachValueFunctions();
+
+    // Editor: the window is made here and installed with setEditor once it exists.
+}
+
+OrmVST2Effect::~OrmVST2Effect() {
+    releaseSharedHandle();
+    inputs.reset();
+    controls.reset();
+    driver.reset();
+}
+
+void OrmVST2Effect::attachValueFunctions() {
+    typedef std::function<float(float)> Mapping;
+    struct Row {
+        const char* name;
+        std::vector<size_t> positions;
+        Mapping mapping;
+    };
+    const Mapping complement = [](float x) { return 1.0f - x; };
+    const Row rows[] = {
+        {"Vol", {0, 1}, [](float x) { return x * 0.002f; }},
+        // A pot taper with a knee: the lower half covers 0 to 0.1, the upper half 0.1 to 1.
+        {"Gain", {0, 1, 2, 3}, [](float x) { return x >= 0.5f ? (x - 0.5f) * 1.8f + 0.1f : x * 0.2f; }},
+        {"Oversampling", {0, 1, 2, 3}, [](float x) { return std::pow(2.0f, x * 2.0f + 1.0f); }},
+        {"Feedback", {0, 1, 2, 3}, [](float x) { return 1.0f - x * 0.39f; }},
+        {"Cabinet", {0, 1}, complement},
+        // Position and the low-CPU graphs' Off follow x; the high-CPU graphs' Off is its complement.
+        {"CPU", {2, 5}, complement},
+        {"Input", {0, 1}, [](float x) { return x > 0.5f ? x * 6.0f - 2.0f : x * 2.0f; }},
+        {"Stereo", {0, 1, 2, 3, 4, 5, 6}, complement},
+    };
+    for (auto& control : *controls) {
+        for (const Row& row : rows) {
+            if (control->getName() != row.name) continue;
+            const vrn::PropertyList& properties = *control->getProperties();
+            for (size_t position : row.positions)
+                if (position < properties.size()) control->setPropertyFunction(properties[position], row.mapping);
+        }
+        if (control->getName() == "Stereo") stereoOff.exchange(control->getValue() < 0.5f ? 1 : 0);
+    }
+}
+
+void OrmVST2Effect::open() { stateChanged.exchange(1); }
+
+void OrmVST2Effect::suspend() { driver->setSuspended(true); }
+
+void OrmVST2Effect::resume() {
+    driver->setSuspended(false);
+    stateChanged.exchange(1);
+}
+
+void OrmVST2Effect::setSampleRate(float rate) {
+    // The adaptor's own rate stays at its default: only the Driver needs to know.
+    driver->setSamplingRate(rate);
+    stateChanged.exchange(1);
+}
+
+void OrmVST2Effect::setBlockSize(int32_t size) { driver->setMaxBlockSize(size); }
+
+void OrmVST2Effect::processReplacing(float** hostInputs, float** hostOutputs, int32_t sampleFrames) {
+    DenormalGuard guard;
+    try {
+        const bool oneChain = monoArrangement.load(std::memory_order_relaxed) != 0 ||
+                              stereoOff.load(std::memory_order_relaxed) != 0;
+        std::vector<scalar*>& channels = *inputs;
+        channels[0] = hostInputs[0];
+        channels[1] = (hostInputs[1] != hostInputs[0] && hostInputs[1] && !oneChain) ? hostInputs[1] : hostInputs[0];
+        const size_t frames = sampleFrames > 0 ? static_cast<size_t>(sampleFrames) : 0;
+        driver->process(channels, frames);
+        if (frames == 0) return;
+
+        std::vector<scalar*>& results = driver->getOutputs();
+        const size_t bytes = frames * sizeof(float);
+        float* left = hostOutputs[0];
+        float* right = hostOutputs[1];
+        if (left) std::memcpy(left, results[0], bytes);
+        if (right && right != left) {
+            if (!oneChain)
+                std::memcpy(right, results[1], bytes);
+            else if (left)
+                std::memcpy(right, left, bytes);
+        }
+    } catch (vrn::VRNException& failure) {
+        // The host learns of an engine failure; the denormal bits stay as they are on this path.
+        guard.keepOnExit();
+        throw failure;
+    } catch (...) {
+        // Anything else must not take the host down: the block is dropped.
+    }
+}
+
+void OrmVST2Effect::setParameter(int32_t index, float value) {
+    if (index < 0 || static_cast<size_t>(index) >= controls->size()) return;
+    vrn::Control& control = *(*controls)[static_cast<size_t>(index)];
+    control.setValue(value);
+    if (control.getName() == "Stereo") stereoOff.exchange(value < 0.5f ? 1 : 0);
+    if (editor) editor->setParameter(index, value);
+}
+
+float OrmVST2Effect::getParameter(int32_t index) {
+    if (index < 0 || static_cast<size_t>(index) >= controls->size()) return 0.0f;
+    return (*controls)[static_cast<size_t>(index)]->getValue();
+}
+
+void OrmVST2Effect::getParameterName(int32_t index, char* text) {
+    if (index < 0 || static_cast<size_t>(index) >= controls->size()) return;
+    // Hosts reserve eight characters: longer names are cut and then carry no terminator.
+    const std::string& name = (*controls)[static_cast<size_t>(index)]->getDisplayName();
+    const size_t length = std::min(name.size() + 1, static_cast<size_t>(kVstMaxParamStrLen));
+    std::memcpy(text, name.c_str(), length);
+    if (length < static_cast<size_t>(kVstMaxParamStrLen))
+        std::memset(text + length, 0, static_cast<size_t>(kVstMaxParamStrLen) - length);
+}
+
+bool OrmVST2Effect::setSpeakerArrangement(VstSpeakerArrangement* input, VstSpeakerArrangement* output) {
+    if (input && output) {
+        if (input->numChannels == 1 && output->numChannels == 1)
+            monoArrangement.exchange(1);
+        else if (input->numChannels == 2 && output->numChannels == 2)
+            monoArrangement.exchange(0);
+    }
+    return true;
+}
+
+bool OrmVST2Effect::getVendorString(char* text) {
+    std::memcpy(text, kVendor, std::strlen(kVendor) + 1);
+    return true;
+}

@@ -1,0 +1,60 @@
+#pragma once
+// The effect a host holds: one Driver running the built-in system, its controls as the host's
+// parameters, and the mono and stereo ways of passing host buffers through it.
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "engine/Driver.h"
+#include "plugin/AudioEffectX.h"
+
+class OrmVST2Effect : public AudioEffectX {
+public:
+    static constexpr int32_t kUniqueId = 0x71377674;  // q7vt
+    static constexpr int32_t kVendorVersion = 1100;
+    static constexpr const char* kVendor = "Tarnvale";
+
+    // Load time, on the host's thread: wires the system's elements and the controls' value functions.
+    OrmVST2Effect(audioMasterCallback audioMaster, std::shared_ptr<vrn::Driver> driver);
+    ~OrmVST2Effect() override;
+
+    void open() override;
+    // Spins until a running block has ended.
+    void suspend() override;
+    void resume() override;
+    // While suspended; no lock.
+    void setSampleRate(float rate) override;
+    void setBlockSize(int32_t size) override;
+
+    // Audio thread, no allocation, no lock.
+    void processReplacing(float** inputs, float** outputs, int32_t sampleFrames) override;
+
+    // Any thread: the value reaches the elements at the start of the next block.
+    void setParameter(int32_t index, float value) override;
+    float getParameter(int32_t index) override;
+    void getParameterName(int32_t index, char* text) override;
+
+    bool setSpeakerArrangement(VstSpeakerArrangement* input, VstSpeakerArrangement* output) override;
+    bool getVendorString(char* text) override;
+    int32_t getVendorVersion() override { return kVendorVersion; }
+
+    const std::shared_ptr<vrn::Driver>& getDriver() const { return driver; }
+
+private:
+    void attachValueFunctions();
+
+    std::atomic<uint8_t> stateChanged{1};
+    std::atomic<uint8_t> monoArrangement{0};
+    std::atomic<uint8_t> stereoOff{1};
+    std::shared_ptr<vrn::Driver> driver;
+    std::shared_ptr<vrn::ControlList> controls;
+    std::shared_ptr<std::vector<vrn::scalar*>> inputs;
+};
+
+// The module's one piece of state shared among instances; nothing assigns the handle yet.
+void releaseSharedHandle();
+
+// Load time: builds the system from the built-in description and the effect around it.
+AudioEffect* createEffectInstance(audioMasterCallback audioMaster);

@@ -1,0 +1,59 @@
+// The module's entry: the host's first call, and the making of one effect instance.
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "engine/DSPElementFactory.h"
+#include "engine/Driver.h"
+#include "plugin/DenormalGuard.h"
+#include "plugin/OrmSystemDescription.h"
+#include "plugin/OrmVST2Effect.h"
+
+namespace {
+
+std::shared_ptr<void> sharedHandle;
+std::atomic<uint8_t> sharedHandleAlive{1};
+
+}  // namespace
+
+void releaseSharedHandle() {
+    if (sharedHandle) {
+        sharedHandleAlive.exchange(0);
+        sharedHandle.reset();
+    }
+}
+
+AudioEffect* createEffectInstance(audioMasterCallback audioMaster) {
+    try {
+        // The host's thread keeps these bits: the elements are made and first run with them set.
+        DenormalGuard::setOnThisThread();
+        std::shared_ptr<vrn::Driver> driver = vrn::Driver::create();
+        auto factory = std::make_shared<vrn::DSPElementFactory>();
+        // The plug-in's own element types (wrapped filters, Newton) join the factory here.
+        driver->setDSPElementFactory(factory);
+        std::istringstream description(makeOrmSystemDescription());
+        driver->init(description);
+        return new OrmVST2Effect(audioMaster, driver);
+    } catch (vrn::VRNException& failure) {
+        releaseSharedHandle();
+        throw failure;
+    }
+}
+
+extern "C" {
+
+__attribute__((visibility("default"))) AEffect* VSTPluginMain(audioMasterCallback audioMaster) {
+    if (!audioMaster || audioMaster(nullptr, audioMasterVersion, 0, 0, nullptr, 0.0f) == 0) return nullptr;
+    AudioEffect* effect = createEffectInstance(audioMaster);
+    if (!effect) return nullptr;
+    return effect->getAeffect();
+}
+
+// Older hosts look for the entry under the name "main": the same function under a second name.
+AEffect* ormMainAlias(audioMasterCallback audioMaster) __asm__("main")
+    __attribute__((alias("VSTPluginMain"), visibility("default")));
+
+}  // extern "C"
