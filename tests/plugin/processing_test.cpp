@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "plugin/AllocationCounter.h"
+#include "support/AllocationCounter.h"
 #include "plugin/PluginHost.h"
 
 using testhost::Channels;

@@ -4,6 +4,28 @@
 
 #include <atomic>
 
+// Counts heap allocations made anywhere in the process (a loaded module included, when the test
+// program exports its symbols) while switched on, and notes whether a watched block is freed.
+namespace allocation {
+
+extern std::atomic<bool> counting;
+extern std::atomic<long> count;
+extern std::atomic<const void*> watched;
+extern std::atomic<bool> watchedFreed;
+
+// RAII: counts allocations during its life.
+class Counter {
+public:
+    Counter() {
+        count = 0;
+        counting = true;
+    }
+    ~Counter() { counting = false; }
+    long allocations() const { return count.load(); }
+};
+
+}  // namespace allocation
+
 namespace orm_test {
 
 std::atomic<bool>& allocationCounting();
