@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <sstream>
+
 #include "Netlists.h"
 #include "Support.h"
 #include "circuit/components/Passive.h"
@@ -345,17 +348,15 @@ TEST(CircuitMessages, Solvers) {
 }
 
 TEST(CircuitUnderDriver, GainIntoTriodeStageIntoGain) {
-    // Gain 0.5 → the 12AX7 stage → gain -0.01: the plate swing comes back near the input level.
-    std::string system = R"(<System><Graphs>
-<Graph Name="Pre" Type="DSP"><NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph="System" Node="0"/></Inputs>
-  <Element Type="Gain" Name="G"><Properties Gain="0.5"/><Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs></Element>
-  <Output><Node Name="out" Element="G" Port="out"/></Output></Graph>
-<Graph Name="Stage" Type="MNA"><NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph="Pre" Node="out"/></Inputs>)" +
-                         triodeStage(newton("1e-6", 50), true) + R"(</Graph>
-<Graph Name="Post" Type="DSP"><NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph="Stage" Node="plate"/></Inputs>
-  <Element Type="Gain" Name="G"><Properties Gain="-0.01"/><Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs></Element>
-  <Output><Node Name="out" Element="G" Port="out"/></Output></Graph>
-</Graphs><Outputs><Output Graph="Post" Node="out"/></Outputs></System>)";
+    // The worked example of docs/circuits.md: gain 0.5 → the 12AX7 stage → gain -0.01.
+    std::ifstream file(std::string(ORM_SOURCE_DIR) + "/docs/circuits.md");
+    std::stringstream text;
+    text << file.rdbuf();
+    std::string document = text.str();
+    size_t start = document.find("```xml\n<System>");
+    ASSERT_NE(start, std::string::npos);
+    start += 7;
+    std::string system = document.substr(start, document.find("```", start) - start);
     auto driver = vrn::Driver::create();
     std::istringstream stream(system);
     driver->init(stream);
