@@ -40,6 +40,18 @@ std::shared_ptr<Graph> CircuitParser::parse(const pugi::xml_node& graphNode, con
     context->setGraph(circuit);
     circuit->setType(1);
     circuit->setName(graphName);
+    try {
+        parseInto(*circuit, context, graphNode, graphName);
+    } catch (...) {
+        // The graph and its context hold each other: a graph that is never handed over is let go.
+        context->setGraph(nullptr);
+        throw;
+    }
+    return circuit;
+}
+
+void CircuitParser::parseInto(Circuit& circuit, const std::shared_ptr<MNAContext>& context,
+                              const pugi::xml_node& graphNode, const std::string& graphName) {
 
     pugi::xpath_node_set elementNodes = graphNode.select_nodes("Element");
     if (elementNodes.empty()) throw VRNException("No elements in graph " + graphName);
@@ -77,11 +89,11 @@ std::shared_ptr<Graph> CircuitParser::parse(const pugi::xml_node& graphNode, con
         outputNames->push_back(nodeName.value());
     }
     if (!outputNames->empty()) context->setOutputNames(outputNames);
-    circuit->setNumberOfOutputs(static_cast<int>(outputNames->size()));
+    circuit.setNumberOfOutputs(static_cast<int>(outputNames->size()));
     parser.setOutputNames(*outputNames);
 
     pugi::xml_node inputCount = graphNode.child("NumberOfInputs");
-    if (inputCount) circuit->setNumberOfInputs(toInt(inputCount.first_child().value()));
+    if (inputCount) circuit.setNumberOfInputs(toInt(inputCount.first_child().value()));
 
     pugi::xml_node analysisNode = graphNode.child("Analysis");
     if (!analysisNode) throw VRNException("Analysis node is missing in the graph " + graphName);
@@ -114,8 +126,7 @@ std::shared_ptr<Graph> CircuitParser::parse(const pugi::xml_node& graphNode, con
     pugi::xml_node solverNode = analysisNode.child("Solver");
     if (!solverNode) throw VRNException("Analysis Solver is not defined.");
     analysis->solver = parseSolver(solverNode, "Analysis Solver type is not defined.");
-    circuit->setAnalysis(std::move(analysis));
-    return circuit;
+    circuit.setAnalysis(std::move(analysis));
 }
 
 }  // namespace vrn

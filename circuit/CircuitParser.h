@@ -6,6 +6,8 @@
 
 namespace vrn {
 
+class Circuit;
+class MNAContext;
 class Solver;
 
 class CircuitParser : public GraphParser {
@@ -14,6 +16,8 @@ public:
     std::shared_ptr<Graph> parse(const pugi::xml_node& graphNode, const std::string& graphName) override;
 
 private:
+    void parseInto(Circuit& circuit, const std::shared_ptr<MNAContext>& context, const pugi::xml_node& graphNode,
+                   const std::string& graphName);
     std::shared_ptr<Solver> parseSolver(const pugi::xml_node& solverNode, const char* missingType);
 };
 

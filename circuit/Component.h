@@ -56,10 +56,11 @@ protected:
               const std::shared_ptr<MNAContext>& mnaContext) {
         name = componentName;
         nodeNames = names;
-        context = mnaContext;
+        context = mnaContext.get();
     }
 
-    std::shared_ptr<MNAContext> context;
+    // The context owns the component: a plain pointer, so that the two do not keep each other.
+    MNAContext* context = nullptr;
     std::shared_ptr<std::vector<std::string>> nodeNames;
     std::shared_ptr<std::vector<int>> nodeIndices;
     int firstExtraRow = 0;

@@ -280,7 +280,8 @@ TEST(CircuitMessages, ContextAndCircuit) {
     EXPECT_EQ(messageOf([&] { circuit->process(none, 3); }),
               "maxBlockSize is less than input size. Circuit name: C maxBlockSize: 2 input size: 3");
     EXPECT_EQ(messageOf([&] { circuit->setMaxBlockSize(0); }), "Graph: Invalid maxBlockSize0");
-    EXPECT_EQ(messageOf([&] { circuit->getMNAContext()->addElement(new vrn::Resistor()); }),
+    std::unique_ptr<vrn::Resistor> late(new vrn::Resistor());
+    EXPECT_EQ(messageOf([&] { circuit->getMNAContext()->addElement(late.get()); }),
               "Cannot add components after the context was initialized");
 }
 

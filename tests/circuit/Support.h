@@ -33,7 +33,12 @@ inline std::shared_ptr<vrn::Circuit> parseCircuit(const std::string& graphBody, 
     vrn::NewParser parser(nullptr, nullptr);
     std::istringstream stream(systemAround(graphBody, inputs));
     parser.parse(stream);
-    return std::dynamic_pointer_cast<vrn::Circuit>(parser.getGraphs()->at(0));
+    auto circuit = std::dynamic_pointer_cast<vrn::Circuit>(parser.getGraphs()->at(0));
+    // Without a Driver nobody breaks the graph-context cycle: the test's handle does it.
+    return std::shared_ptr<vrn::Circuit>(circuit.get(), [circuit](vrn::Circuit* c) mutable {
+        c->getMNAContext()->setGraph(nullptr);
+        circuit.reset();
+    });
 }
 
 // The message of a VRNException thrown by f, or "" when nothing is thrown.
