@@ -2,6 +2,7 @@
 
 #include <iterator>
 
+#include "circuit/CircuitParser.h"
 #include "engine/DSPGraphParser.h"
 
 namespace vrn {
@@ -11,6 +12,7 @@ NewParser::NewParser(const std::shared_ptr<DSPElementFactory>& dspFactory,
     : dspElementFactory(dspFactory ? dspFactory : std::make_shared<DSPElementFactory>()),
       componentFactory(circuitFactory),
       dspGraphParser(new DSPGraphParser(*this)),
+      circuitParser(new CircuitParser(*this)),
       graphs(std::make_shared<GraphList>()),
       inputGraphs(std::make_shared<IndexTable>()),
       inputNodes(std::make_shared<IndexTable>()),

@@ -1,0 +1,382 @@
+// Numbering, stamps, run-time changes and failure paths of the netlist, and an "MNA" graph
+// between two DSP graphs under the Driver.
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "Netlists.h"
+#include "Support.h"
+#include "circuit/components/Passive.h"
+#include "circuit/components/TubeModels.h"
+#include "circuit/solvers/Solvers.h"
+#include "circuit/components/Tubes.h"
+#include "engine/Driver.h"
+
+using namespace circuittest;
+
+namespace {
+
+std::string element(const std::string& type, const std::string& name, const std::string& properties,
+                    std::initializer_list<const char*> nodes) {
+    std::string text = "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/>";
+    for (const char* node : nodes) text += std::string("<Node Name=\"") + node + "\"/>";
+    return text + "</Element>";
+}
+
+const std::string kDC = R"(<Analysis Type="DC"><Solver Type="Linear"/></Analysis>)";
+
+std::string initMessage(const std::string& body) {
+    return messageOf([&] { parseCircuit(body)->init(); });
+}
+
+}  // namespace
+
+TEST(Circuit, NumbersGroundFixedNodesAndExtraRows) {
+    // A floating battery takes an extra row; fixed nodes go to the tail whatever their order.
+    auto circuit = parseCircuit(
+        element("Resistor", "R1", "Resistance=\"1000\"", {"a", "b"}) +
+        element("Battery", "B1", "Voltage=\"2\" UseFixedVoltage=\"false\"", {"b", "c"}) +
+        element("Resistor", "R2", "Resistance=\"1000\"", {"c", "gnd"}) + element("Resistor", "R3", "Resistance=\"1\"", {"gnd", "0"}) +
+        element("Battery", "B2", "Voltage=\"10\"", {"a", "GND"}) + "<Output><Node Name=\"b\"/><Node Name=\"c\"/></Output>" + kDC,
+        0);
+    circuit->init();
+    auto& context = *circuit->getMNAContext();
+    const auto& nodes = context.getNodes();
+    // K = 3 ordinary nodes (b, c, gnd: the small letters are not ground), E = 1, F = 1.
+    EXPECT_EQ(context.getSize(), 5);
+    EXPECT_EQ(nodes.at("a"), 4);
+    EXPECT_EQ(nodes.count("GND"), 0u);
+    EXPECT_EQ(nodes.count("0"), 0u);
+    circuit->setMaxBlockSize(4);
+    std::vector<float*> none;
+    circuit->process(none, 2);
+    // 10 V, then 2 V across the battery: 8 V over 2001 Ω.
+    double current = 8.0 / 2001.0;
+    EXPECT_NEAR(circuit->getOutput(0)[1], 10.0 - 1000.0 * current, 1e-4);
+    EXPECT_NEAR(circuit->getOutput(1)[1], 1001.0 * current, 1e-4);
+}
+
+TEST(Circuit, ResistorPotentiometerAndRunTimeChanges) {
+    auto circuit = parseCircuit(inputSource() + element("Resistor", "R1", "Resistance=\"0\"", {"in", "a"}) +
+                                element("Potentiometer", "P1", "Resistance=\"10000\" Wiper=\"0\"", {"a", "w", "GND"}) +
+                                element("Battery", "B1", "Voltage=\"3\" UseFixedVoltage=\"false\"", {"x", "GND"}) +
+                                element("Resistor", "R2", "Resistance=\"100\"", {"x", "GND"}) +
+                                "<Output><Node Name=\"w\"/><Node Name=\"x\"/></Output>" + kDC);
+    circuit->init();
+    auto& context = *circuit->getMNAContext();
+    EXPECT_FLOAT_EQ(dynamic_cast<vrn::Resistor&>(*context.getElement("R1")).getConductance(), 1.0e12f);
+    circuit->setMaxBlockSize(8);
+    float in[1] = {1.0f};
+    std::vector<float*> inputs{in};
+    circuit->process(inputs, 1);
+    // Wiper 0 is taken as 0.001: the wiper sits 10 Ω below the top.
+    EXPECT_NEAR(circuit->getOutput(0)[0], 0.999f, 1e-5);
+    EXPECT_NEAR(circuit->getOutput(1)[0], 3.0f, 1e-5);
+
+    context.getElement("P1")->propertyChanged("Wiper", 0.25f);
+    EXPECT_TRUE(context.isMatrixChanged());
+    // A changed battery voltage waits for propertiesChanged; the matrix update still runs.
+    context.getElement("B1")->propertyChanged("Voltage", 5.0f);
+    circuit->process(inputs, 1);
+    EXPECT_FALSE(context.isMatrixChanged());
+    EXPECT_NEAR(circuit->getOutput(0)[0], 0.75f, 1e-5);
+    EXPECT_NEAR(circuit->getOutput(1)[0], 3.0f, 1e-5);
+    vrn::Properties battery;
+    battery["Voltage"] = "5";
+    battery["UseFixedVoltage"] = "false";
+    context.getElement("B1")->propertiesChanged(battery);
+    circuit->process(inputs, 1);
+    EXPECT_NEAR(circuit->getOutput(1)[0], 5.0f, 1e-5);
+
+    EXPECT_EQ(messageOf([&] { context.getElement("P1")->propertyChanged("Wiper", 1.0001f); }),
+              "Wiper value must be between 0 and 1. Potentiometer name=P1, value=1.0001");
+    EXPECT_EQ(messageOf([&] { context.getElement("R1")->propertyChanged("Resistance", -1.0f); }),
+              "propertyChanged: Resistance cannot be negative. Resistor name=R1, value=-1");
+    EXPECT_EQ(messageOf([&] { context.getElement("R1")->propertyChanged("R", 1.0f); }),
+              "propertyChanged: Invalid property name: R. Resistor name=R1");
+    EXPECT_EQ(messageOf([&] { context.getElement("Nope"); }), "MNAContext cannot find element with name Nope");
+}
+
+TEST(Circuit, CapacitorCompanionFromOperatingPointAndFromZero) {
+    // From the operating point the capacitor starts at rest: a step-free start at 1 V DC offset.
+    auto circuit = parseCircuit(
+        R"(<Element Type="VoltageInputSource" Name="Vin"><Properties InputNumber="0" DCOffset="1"/><Node Name="in"/><Node Name="GND"/></Element>)" +
+        element("Resistor", "R1", "Resistance=\"1000\"", {"in", "out"}) +
+        element("Capacitor", "C1", "Capacitance=\"1e-6\"", {"out", "GND"}) + "<Output><Node Name=\"out\"/></Output>" +
+        analysis(linear()));
+    circuit->setSamplingRate(1000.0f);
+    circuit->init();
+    auto& capacitor = dynamic_cast<vrn::Capacitor&>(*circuit->getMNAContext()->getElement("C1"));
+    std::vector<float> out = run(*circuit, std::vector<float>(4, 0.0f));
+    for (float v : out) EXPECT_NEAR(v, 1.0f, 1e-6);
+    EXPECT_FLOAT_EQ(capacitor.getConductance(), 2e-3f);
+    EXPECT_NEAR(capacitor.getHistory(), -2e-3f, 1e-9);
+
+    // From zero: the trapezoidal step response of RC = 1 ms at 1 kHz, y[n] = (1 - (1/3)^n)... with
+    // the bilinear pole (1 - 0.5)/(1 + 0.5) and the input held at 1 from sample 0.
+    auto zero = parseCircuit(inputSource() + element("Resistor", "R1", "Resistance=\"1000\"", {"in", "out"}) +
+                             element("Capacitor", "C1", "Capacitance=\"1e-6\"", {"out", "GND"}) +
+                             "<Output><Node Name=\"out\"/></Output>" +
+                             R"(<Analysis Type="AC"><InitialCondition Type="Zero"/><Solver Type="Linear"/></Analysis>)");
+    zero->setSamplingRate(1000.0f);
+    zero->init();
+    std::vector<float> y = run(*zero, std::vector<float>(5, 1.0f));
+    // H(z) = (1 + z⁻¹)/(3 - z⁻¹) with x = 1 from n = 0: y0 = 1/3, y[n] = (2 + y[n-1])/3.
+    double expected = 1.0 / 3.0;
+    for (size_t n = 0; n < y.size(); ++n) {
+        EXPECT_NEAR(y[n], expected, 1e-6) << n;
+        expected = (2.0 + expected) / 3.0;
+    }
+}
+
+TEST(Circuit, LookupTableAmpAndIdealAmplifiers) {
+    auto circuit = parseCircuit(
+        inputSource() +
+        element("LookupTableAmp", "L1", "VinMin=\"-1\" VinMax=\"1\" DeltaV=\"0.5\" Vout=\"-2|-1|0|1|2\" UseInputCurrent=\"0\"",
+                {"in", "out"}) +
+        element("IdealAmplifier", "A1", "Gain=\"3\"", {"in", "tripled"}) +
+        element("IdealDifferentialAmplifier", "A2", "Gain=\"2\"", {"out", "in", "diff"}) +
+        // With only fixed nodes the netlist would have nothing to solve.
+        element("Resistor", "R1", "Resistance=\"1000\"", {"diff", "load"}) +
+        element("Resistor", "R2", "Resistance=\"1000\"", {"load", "GND"}) +
+        "<Output><Node Name=\"out\"/><Node Name=\"tripled\"/><Node Name=\"diff\"/></Output>" +
+        R"(<Analysis Type="DC"><Solver Type="NewtonRaphson"><Properties RelativeTollerance="1e-6" AbsoluteTollerance="1e-6" MaxIterations="10"/></Solver></Analysis>)");
+    circuit->init();
+    circuit->setMaxBlockSize(8);
+    float in[5] = {-2.0f, -0.75f, 0.25f, 0.6f, 5.0f};
+    std::vector<float*> inputs{in};
+    circuit->process(inputs, 5);
+    const float* out = circuit->getOutput(0);
+    EXPECT_FLOAT_EQ(out[0], -2.0f);  // below the table
+    EXPECT_FLOAT_EQ(out[1], -2.0f);  // the first cell is flat
+    EXPECT_FLOAT_EQ(out[2], 0.5f);
+    EXPECT_FLOAT_EQ(out[3], 1.2f);
+    EXPECT_FLOAT_EQ(out[4], 2.0f);  // past the end the last entry holds
+    EXPECT_FLOAT_EQ(circuit->getOutput(1)[3], 1.8f);
+    EXPECT_NEAR(circuit->getOutput(2)[3], 2.0f * (1.2f - 0.6f), 1e-5);
+}
+
+TEST(Circuit, FailedSampleRepeatsTheLastSolutionAndBypassWins) {
+    // Newton on a floating pair of nodes: the unknown block is singular, ludcmp refuses, and the
+    // circuit swallows it.  The output stays at the last good solution (zero here).
+    auto circuit = parseCircuit(inputSource() + element("IdealAmplifier", "A1", "Gain=\"2\"", {"in", "out"}) +
+                                element("Resistor", "R1", "Resistance=\"1000\"", {"x", "y"}) +
+                                "<Output><Node Name=\"out\"/></Output>" +
+                                R"(<Analysis Type="DC"><Solver Type="NewtonRaphson"><Properties RelativeTollerance="1e-6" AbsoluteTollerance="1e-6" MaxIterations="10"/></Solver></Analysis>)");
+    circuit->init();
+    std::vector<float> out = run(*circuit, {1.0f, 2.0f, 3.0f});
+    for (float v : out) EXPECT_EQ(v, 0.0f);
+
+    circuit->setBypass(true, 0);
+    circuit->setOff(true, 0);
+    EXPECT_EQ(run(*circuit, {1.0f, 2.0f}), (std::vector<float>{1.0f, 2.0f}));
+    circuit->setBypass(false, 0);
+    EXPECT_EQ(run(*circuit, {1.0f, 2.0f}), (std::vector<float>{0.0f, 0.0f}));
+}
+
+TEST(Circuit, TriodeClampsThePlateAndTablesFollowTheFormula) {
+    auto context = std::make_shared<vrn::MNAContext>();
+    vrn::Properties properties;
+    properties["Type"] = "12AX7";
+    auto* triode = new vrn::Triode();
+    triode->init("V1", properties, std::make_shared<std::vector<std::string>>(std::vector<std::string>{"p", "g", "k"}),
+                 context);
+    context->addElement(triode);
+    context->initialize();
+    std::vector<float> x = {100.0f, -1.0f, 1.0f};
+    triode->getRhs(x);
+    x[0] = 300.0f;
+    triode->getRhs(x);
+    EXPECT_FLOAT_EQ(x[0], 200.0f);  // at most a factor of two per step
+    x = {100.0f, 0.0f, -2.0f};
+    triode->getRhs(x);
+    EXPECT_FLOAT_EQ(x[2], 0.0f);  // no negative cathode
+
+    // The 12AX7 tables (Δvpk 2 V, Δvgk 10 mV) against the formula within 1 % (50 nA near cut-off).
+    vrn::Properties formula = vrn::builtInTriodes().at("12AX7")();
+    vrn::Properties tables = formula;
+    formula["DoNotInterpolate"] = "true";
+    vrn::NKTriodeAnodeCurrent exact, looked;
+    exact.setProperties(formula);
+    looked.setProperties(tables);
+    EXPECT_EQ(looked.getRows(), 1201);
+    EXPECT_EQ(looked.getColumns(), 201);
+    for (float vgk : {-3.0f, -1.5f, -0.73f, 0.0f})
+        for (float vpk : {101.0f, 183.3f, 250.0f}) {
+            float ip = exact.current(vgk, vpk);
+            EXPECT_NEAR(looked.current(vgk, vpk), ip, 1e-2f * ip + 5e-8f) << vgk << " " << vpk;
+            EXPECT_NEAR(looked.dIdVpk(vgk, vpk), exact.dIdVpk(vgk, vpk), 1e-2f * exact.dIdVpk(vgk, vpk) + 1e-9f);
+        }
+    EXPECT_EQ(looked.current(-9.0f, 200.0f), 0.0f);  // below the table
+    EXPECT_GT(exact.current(-9.0f, 200.0f), 0.0f);   // where the formula still conducts
+    EXPECT_EQ(exact.current(-1.0f, 0.0f), 0.0f);
+}
+
+TEST(CircuitMessages, Parser) {
+    const std::string body = element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"});
+    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Analysis Type="DC"/>)"); }), "No elements in graph C");
+    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Element Type="Resistor" Name=""><Node Name="a"/></Element>)"); }),
+              "Element name is not specified in graph C");
+    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Element Type="Resistor" Name="R1"><Node/></Element>)"); }),
+              "Element: R1. Node without a name.");
+    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Element Type="Resistor" Name="R1"><Properties Resistance="1"/></Element>)"); }),
+              "Element: R1. No Nodes specified.");
+    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Element Type="Coil" Name="L1"><Node Name="a"/></Element>)"); }),
+              "Unknown element type: Coil");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + "<Output><Node/></Output>" + kDC); }), "Output Node without a name.");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body); }), "Analysis node is missing in the graph C");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + "<Analysis/>"); }), "Analysis Type attribute is missing in the graph C");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="TRAN"/>)"); }),
+              "Invalid analysis Type attribute TRAN in the graph C");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="AC"/>)"); }),
+              "InitialCondition node is missing in the graph C");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition/></Analysis>)"); }),
+              "InitialCondition Type attribute is missing in the graph C");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition Type="Rest"/></Analysis>)"); }),
+              "Invalid InitialCondition Type attribute Rest in the graph C");
+    EXPECT_EQ(messageOf([&] {
+                  parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition Type="OperatingPoint"/></Analysis>)");
+              }),
+              "InitialCondition Solver is not defined.");
+    EXPECT_EQ(messageOf([&] {
+                  parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition Type="OperatingPoint"><Solver/></InitialCondition></Analysis>)");
+              }),
+              "InitialCondition Solver type is not defined.");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="DC"/>)"); }), "Analysis Solver is not defined.");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="DC"><Solver/></Analysis>)"); }),
+              "Analysis Solver type is not defined.");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="DC"><Solver Type="Gauss"/></Analysis>)"); }),
+              "Unknown solver type: Gauss");
+    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="DC"><Solver Type="NewtonRaphson"/></Analysis>)"); }),
+              "InitilaCondition Solver's properties are not defined.");
+    // Ignored parts: DC with an InitialCondition, Zero with a solver inside, Linear with Properties.
+    EXPECT_EQ(messageOf([&] {
+                  parseCircuit(body + R"(<Analysis Type="DC"><InitialCondition Type="Rest"/><Solver Type="Linear"><Properties/></Solver></Analysis>)");
+                  parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition Type="Zero"><Solver Type="Gauss"/></InitialCondition><Solver Type="Linear"/></Analysis>)");
+              }),
+              "");
+}
+
+TEST(CircuitMessages, ContextAndCircuit) {
+    EXPECT_EQ(initMessage(element("Resistor", "R1", "Resistance=\"1\"", {"0", "GND"}) + kDC), "No MNA nodes.");
+    EXPECT_EQ(initMessage(element("Battery", "B1", "Voltage=\"1\"", {"0", "GND"}) + kDC), "No MNA nodes.");
+    EXPECT_EQ(messageOf([] {
+                  parseCircuit(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) +
+                               element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) + kDC);
+              }),
+              "Duplicate component name: R1");
+    EXPECT_EQ(initMessage(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) + "<Output><Node Name=\"GND\"/></Output>" + kDC),
+              "Output node with name GND does not exist.");
+    EXPECT_EQ(initMessage(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) +
+                          R"(<Analysis Type="AC"><InitialCondition Type="User"/><Solver Type="Linear"/></Analysis>)"),
+              "Invalid initial condition for Circuit C");
+    auto circuit = parseCircuit(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) + kDC);
+    std::vector<float*> none;
+    EXPECT_EQ(messageOf([&] { circuit->process(none, none, 1); }), "Circuit is not initialized. Circuit Name: C");
+    circuit->init();
+    circuit->setMaxBlockSize(2);
+    EXPECT_EQ(messageOf([&] { circuit->process(none, 3); }),
+              "maxBlockSize is less than input size. Circuit name: C maxBlockSize: 2 input size: 3");
+    EXPECT_EQ(messageOf([&] { circuit->setMaxBlockSize(0); }), "Graph: Invalid maxBlockSize0");
+    std::unique_ptr<vrn::Resistor> late(new vrn::Resistor());
+    EXPECT_EQ(messageOf([&] { circuit->getMNAContext()->addElement(late.get()); }),
+              "Cannot add components after the context was initialized");
+}
+
+TEST(CircuitMessages, Components) {
+    auto message = [](const std::string& e) { return messageOf([&] { parseCircuit(e + kDC); }); };
+    EXPECT_EQ(message(element("Resistor", "R1", "", {"a", "GND"})), "Resistance is not defined. Resistor name=R1");
+    EXPECT_EQ(message(element("Resistor", "R1", "Resistance=\"-2\"", {"a", "GND"})),
+              "Resistance cannot be negative. Resistor name=R1, value=-2");
+    EXPECT_EQ(message(element("Capacitor", "C1", "", {"a", "GND"})), "Capacitance is not defined. Capacitor name=C1");
+    EXPECT_EQ(message(element("Potentiometer", "P1", "Resistance=\"0\" Wiper=\"0.5\"", {"a", "b", "c"})),
+              "Resistance cannot be negative or zero. Potentiometer name=P1, value=0");
+    EXPECT_EQ(message(element("Potentiometer", "P1", "Resistance=\"1\"", {"a", "b", "c"})),
+              "Wiper is not defined. Potentiometer name=P1");
+    EXPECT_EQ(message(element("Battery", "B1", "Voltage=\"1\"", {"a"})), "Battery must have two nodes");
+    EXPECT_EQ(message(element("Battery", "B1", "", {"a", "GND"})), "Voltage is not defined. Battery name=B1");
+    EXPECT_EQ(message(element("VoltageInputSource", "V1", "", {"a", "GND"})),
+              "InputNumber is not defined. VoltageInputSource name=V1");
+    EXPECT_EQ(message(element("IdealAmplifier", "A1", "Gain=\"1\"", {"a", "GND"})),
+              "IdealAmplifier cannot have a grounded node. IdealAmplifier name=A1");
+    EXPECT_EQ(message(element("IdealDifferentialAmplifier", "A1", "Gain=\"1\"", {"a", "b"})),
+              "IdealDifferentialAmplifier must have three nodes");
+    EXPECT_EQ(message(element("OpAmp", "U1", "Gain=\"1\"", {"a", "0", "c"})), "OpAmp cannot have a grounded node. OpAmp name=U1");
+    EXPECT_EQ(message(element("OpAmp", "U1", "", {"a", "b", "c"})), "Gain is not defined. OpAmp name=U1");
+    EXPECT_EQ(message(element("LookupTableAmp", "L1", "VinMin=\"0\" VinMax=\"1\" DeltaV=\"0\"", {"a", "b"})),
+              "DeltaV must be greater than 0. LookupTableAmp name=L1");
+    EXPECT_EQ(message(element("Triode", "V1", "Type=\"12AU7\"", {"p", "g", "k"})), "Invalid built-in triode type: 12AU7");
+    EXPECT_EQ(message(element("Pentode", "V1", "Type=\"EL84\"", {"p", "s", "g", "k"})), "Invalid built-in pentode type: EL84");
+    EXPECT_EQ(message(element("Triode", "V1", "Vct=\"0\" Kp=\"600\" Kvb=\"300\" mu=\"100\" Ex=\"1.4\"", {"p", "g", "k"})),
+              "NKTriodeAnodeCurrent: Kg is not defined.");
+    EXPECT_EQ(message(element("Triode", "V1", "Type=\"12AX7\" mu=\"-1\"", {"p", "g", "k"})),
+              "Triode: mu must be greater than or equal to 0. mu=-1");
+    EXPECT_EQ(message(element("Triode", "V1", "Type=\"12AX7\" VgkMin=\"5\"", {"p", "g", "k"})),
+              "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=5");
+    EXPECT_EQ(message(element("Triode", "V1",
+                              "Vct=\"0\" Kp=\"600\" Kvb=\"300\" mu=\"100\" Ex=\"1.4\" Kg=\"1060\" Vc=\"0.5\" Igc=\"1e-4\" "
+                              "DoNotInterpolate=\"true\"",
+                              {"p", "g", "k"})),
+              "PowerLawGridCurrent: A is not defined.");
+    EXPECT_EQ(message(element("Pentode", "V1", "Type=\"KT66\" Kg2=\"-3\"", {"p", "s", "g", "k"})),
+              "Triode: Kg2 must be greater than or equal to 0. Kg2=-3");
+}
+
+TEST(CircuitMessages, Solvers) {
+    auto message = [](const std::string& solver) {
+        return messageOf([&] {
+            parseCircuit(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) + "<Analysis Type=\"DC\">" + solver +
+                         "</Analysis>");
+        });
+    };
+    EXPECT_EQ(message(R"(<Solver Type="NewtonRaphson"><Properties AbsoluteTollerance="1" MaxIterations="1"/></Solver>)"),
+              "NewtonSolver: RelativeTollerance is not defined.");
+    EXPECT_EQ(message(R"(<Solver Type="NewtonRaphson"><Properties RelativeTollerance="1" AbsoluteTollerance="1" MaxIterations="1" Relaxation="1.5"/></Solver>)"),
+              "NewtonSolver: Relaxation must be greater than 0 and less than or equal to 1. InitialRelaxation=1.5");
+    EXPECT_EQ(message(R"(<Solver Type="NewtonRaphson"><Properties RelativeTollerance="1" AbsoluteTollerance="1" MaxIterations="0"/></Solver>)"),
+              "NewtonSolver: MaxIterations must be greater than 0. MaxIterations=0");
+    EXPECT_EQ(message(R"(<Solver Type="SimplifiedNewton"><Properties RelativeTollerance="-1" AbsoluteTollerance="1" MaxIterations="1"/></Solver>)"),
+              "SimplifiedNewtonSolver: RelativeTollerance must be greater than 0. relativeTollerance=-1");
+    EXPECT_EQ(message(R"(<Solver Type="SuccessiveApproximations"><Properties RelativeTollerance="1" AbsoluteTollerance="1" InitialRelaxation="1" MinRelaxation="1" MaxRelaxation="1" Growth="1" MaxIterations="1"/></Solver>)"),
+              "SuccessiveApproximations: Reduction is not defined.");
+    EXPECT_EQ(messageOf([] { vrn::NewtonSolver().init(nullptr); }),
+              "NewtonSolver: Properties must be set before calling init().");
+    std::vector<float> x;
+    EXPECT_EQ(messageOf([&] { vrn::SuccessiveApproximationsSolver().solve(x); }),
+              "SuccessiveApproximationsSolver is not initialized");
+}
+
+TEST(CircuitUnderDriver, GainIntoTriodeStageIntoGain) {
+    // The worked example of docs/circuits.md: gain 0.5 → the 12AX7 stage → gain -0.01.
+    std::ifstream file(std::string(ORM_SOURCE_DIR) + "/docs/circuits.md");
+    std::stringstream text;
+    text << file.rdbuf();
+    std::string document = text.str();
+    size_t start = document.find("```xml\n<System>");
+    ASSERT_NE(start, std::string::npos);
+    start += 7;
+    std::string system = document.substr(start, document.find("```", start) - start);
+    auto driver = vrn::Driver::create();
+    std::istringstream stream(system);
+    driver->init(stream);
+    driver->setSamplingRate(48000.0f);
+    driver->setMaxBlockSize(256);
+    const size_t n = 4800;
+    std::vector<float> input = sine(1.0, 1000.0, 48000.0, n), output;
+    for (size_t start = 0; start < n; start += 256) {
+        std::vector<float*> inputs{input.data() + start};
+        driver->process(inputs, std::min<size_t>(256, n - start));
+        float* out = driver->getOutputs()[0];
+        output.insert(output.end(), out, out + std::min<size_t>(256, n - start));
+    }
+    // The stage sits at its operating point; its gain at 0.5 V peak is about 61 V / 1 V p-p.
+    float low = 0, high = 0;
+    for (size_t i = 2400; i < n; ++i) {
+        low = std::min(low, output[i] + 2.0295f);
+        high = std::max(high, output[i] + 2.0295f);
+    }
+    EXPECT_NEAR(output[0], -2.0295f, 1e-3f);
+    EXPECT_NEAR(high - low, 0.61f, 0.02f);
+}

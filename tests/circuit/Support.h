@@ -1,0 +1,167 @@
+#pragma once
+// Shared by the circuit tests: netlists from XML, running a circuit over a signal, and running
+// the same circuit through ngspice in batch mode.
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "circuit/Circuit.h"
+#include "engine/NewParser.h"
+
+namespace circuittest {
+
+// A system document around one "MNA" graph named "C".
+inline std::string systemAround(const std::string& graphBody, int inputs = 1) {
+    std::string text = "<System><Graphs><Graph Name=\"C\" Type=\"MNA\">" + graphBody;
+    if (inputs > 0) {
+        text += "<NumberOfInputs>" + std::to_string(inputs) + "</NumberOfInputs><Inputs>";
+        for (int i = 0; i < inputs; ++i) text += "<Input Graph=\"System\" Node=\"" + std::to_string(i) + "\"/>";
+        text += "</Inputs>";
+    }
+    return text + "</Graph></Graphs></System>";
+}
+
+inline std::shared_ptr<vrn::Circuit> parseCircuit(const std::string& graphBody, int inputs = 1) {
+    vrn::NewParser parser(nullptr, nullptr);
+    std::istringstream stream(systemAround(graphBody, inputs));
+    parser.parse(stream);
+    auto circuit = std::dynamic_pointer_cast<vrn::Circuit>(parser.getGraphs()->at(0));
+    // Without a Driver nobody breaks the graph-context cycle: the test's handle does it.
+    return std::shared_ptr<vrn::Circuit>(circuit.get(), [circuit](vrn::Circuit* c) mutable {
+        c->getMNAContext()->setGraph(nullptr);
+        circuit.reset();
+    });
+}
+
+// The message of a VRNException thrown by f, or "" when nothing is thrown.
+template <typename F>
+std::string messageOf(F f) {
+    try {
+        f();
+    } catch (const vrn::VRNException& e) {
+        return e.getMessage();
+    }
+    return "";
+}
+
+// Runs the circuit over one input signal in blocks; returns output 0.
+inline std::vector<float> run(vrn::Circuit& circuit, const std::vector<float>& input, size_t block = 64) {
+    circuit.setMaxBlockSize(static_cast<int>(block));
+    std::vector<float> result;
+    std::vector<float> in(block);
+    for (size_t start = 0; start < input.size(); start += block) {
+        size_t n = std::min(block, input.size() - start);
+        std::copy(input.begin() + static_cast<long>(start), input.begin() + static_cast<long>(start + n), in.begin());
+        std::vector<float*> inputs{in.data()};
+        circuit.process(inputs, n);
+        result.insert(result.end(), circuit.getOutput(0), circuit.getOutput(0) + n);
+    }
+    return result;
+}
+
+inline std::vector<float> sine(double amplitude, double frequency, double rate, size_t n) {
+    std::vector<float> s(n);
+    for (size_t i = 0; i < n; ++i)
+        s[i] = static_cast<float>(amplitude * std::sin(2.0 * M_PI * frequency * static_cast<double>(i) / rate));
+    return s;
+}
+
+// A unit step that rises over the first sample period, as ngspice's PWL source does.
+inline std::vector<float> step(double amplitude, size_t n) {
+    std::vector<float> s(n, static_cast<float>(amplitude));
+    s[0] = 0.0f;
+    return s;
+}
+
+inline std::string number(double value) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "%.12g", value);
+    return text;
+}
+
+// The input source lines for ngspice matching sine() and step().
+inline std::string spiceSine(double amplitude, double frequency) {
+    return "SIN(0 " + number(amplitude) + " " + number(frequency) + ")";
+}
+inline std::string spiceStep(double amplitude, double rate) {
+    return "PWL(0 0 " + number(1.0 / rate) + " " + number(amplitude) + ")";
+}
+
+inline bool haveNgspice() { return std::system("ngspice --version > /dev/null 2>&1") == 0; }
+
+// Transient analysis with trapezoidal integration, the step fixed to the sample period, the
+// node sampled on that grid; n samples of node.  Empty when ngspice fails.
+inline std::vector<double> ngspiceTransient(const std::string& netlist, const std::string& node, double rate,
+                                            size_t n) {
+    std::string base = "/tmp/orm_circuit_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
+    double period = 1.0 / rate;
+    {
+        std::ofstream file(base + ".cir");
+        file << "* orm circuit test\n" << netlist << "\n.options method=trap\n"
+             << ".tran " << number(period) << " " << number(period * static_cast<double>(n - 1)) << " 0 "
+             << number(period) << "\n.control\nrun\nlinearize v(" << node << ")\nwrdata " << base << ".txt v(" << node
+             << ")\nquit\n.endc\n.end\n";
+    }
+    std::string command = "ngspice -b " + base + ".cir > " + base + ".log 2>&1";
+    std::vector<double> values;
+    if (std::system(command.c_str()) == 0) {
+        std::ifstream data(base + ".txt");
+        double t, v;
+        while (data >> t >> v) values.push_back(v);
+    }
+    std::remove((base + ".cir").c_str());
+    std::remove((base + ".txt").c_str());
+    std::remove((base + ".log").c_str());
+    return values;
+}
+
+// The operating point of the listed nodes.
+inline std::vector<double> ngspiceOperatingPoint(const std::string& netlist, const std::vector<std::string>& nodes) {
+    std::string base = "/tmp/orm_circuit_op_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
+    {
+        std::ofstream file(base + ".cir");
+        file << "* orm circuit test\n" << netlist << "\n.control\nop\n";
+        for (const std::string& node : nodes) file << "echo " << node << " $&v(" << node << ") >> " << base << ".txt\n";
+        file << "quit\n.endc\n.end\n";
+    }
+    std::string command = "ngspice -b " + base + ".cir > " + base + ".log 2>&1";
+    std::vector<double> values;
+    if (std::system(command.c_str()) == 0) {
+        std::ifstream data(base + ".txt");
+        std::string name;
+        double v;
+        while (data >> name >> v) values.push_back(v);
+    }
+    std::remove((base + ".cir").c_str());
+    std::remove((base + ".txt").c_str());
+    std::remove((base + ".log").c_str());
+    return values;
+}
+
+struct Agreement {
+    double worst = 0.0;  // largest |difference| after the settling time
+    double swing = 0.0;  // peak-to-peak of the reference after the settling time
+    double fraction() const { return swing > 0 ? worst / swing : worst; }
+};
+
+inline Agreement compare(const std::vector<float>& ours, const std::vector<double>& reference, size_t from) {
+    Agreement a;
+    double low = INFINITY, high = -INFINITY;
+    for (size_t i = from; i < ours.size() && i < reference.size(); ++i) {
+        a.worst = std::max(a.worst, std::fabs(static_cast<double>(ours[i]) - reference[i]));
+        low = std::min(low, reference[i]);
+        high = std::max(high, reference[i]);
+    }
+    a.swing = high - low;
+    return a;
+}
+
+}  // namespace circuittest
