@@ -21,6 +21,7 @@ TEST(DriverThreads, ControlValuesCrossWithoutLossOrRace) {
     std::vector<scalar> ones(64, 1.0f);
     std::vector<scalar*> inputs{ones.data()};
     auto control = (*driver->getControls())[0];
+    driver->process(inputs, 64);  // delivers the initial value before the writer starts
 
     std::atomic<bool> done{false};
     std::thread writer([&] {
