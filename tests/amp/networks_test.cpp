@@ -290,8 +290,8 @@ TEST(CouplingNetworks, HandlersWriteOnlyWhenTheLoadMoves) {
     for (int k = 0; k < 5; ++k) handler.update(0.0f, 40.0f);
     EXPECT_EQ(0.25f, filter->getA()[0]);
     EXPECT_NEAR(1.0 / 3406.39, handler.getConductance(), 0.005 / 3406.39);  // the 30 V row of "yd"
-    // A move within 10 %: kept.  Beyond: written.  The grid at 29 V conducts about 5 % less.
-    handler.update(0.0f, 29.0f);  // prediction 2*29 - 40 = 18: not conducting, a large move
+    // A large move is written: the prediction 2 * 29 - 40 = 18 V lies below the onset.
+    handler.update(0.0f, 29.0f);
     EXPECT_NE(0.25f, filter->getA()[0]);
     // A change of rate forces a write at the next sample even without a move.
     filter->setCoefficients(sentinelA, sentinelB);
