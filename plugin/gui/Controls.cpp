@@ -52,10 +52,9 @@ void CAnimKnob::onMouseMoved(const CPoint& where, int buttons) {
     valueChangedByUser(entryValue + distance / scale);
 }
 
-void CAnimKnob::onMouseUp(const CPoint& where, int buttons) {
-    if (!isEditing()) return;
-    onMouseMoved(where, buttons);
-    endEdit();
+void CAnimKnob::onMouseUp(const CPoint&, int) {
+    // The last move has set the value; the release's modifiers must not change it again.
+    if (isEditing()) endEdit();
 }
 
 void CAnimKnob::onWheel(const CPoint&, float distance, int buttons) {
