@@ -74,8 +74,8 @@ bool OrmEditor::open(void* parent) {
     setKnobMode(kLinearMode);
     for (size_t i = 0; i < controls->size(); ++i) setParameter(int(i), effect ? effect->getParameter(int(i)) : 0.0f);
     frame->addView(new DonateButton(std::string(ORM_DONATION_HOST) + "/product.php?id=103#donate"));
-    frame->open(parent);
-    return true;
+    // Without a window (no display, a wrong parent) the editor stays open but shows nothing.
+    return frame->open(parent);
 }
 
 void OrmEditor::close() { AEffGUIEditor::close(); }

@@ -17,7 +17,7 @@ public:
     // before the window opens.
     OrmEditor(EditorHost* effect, const std::shared_ptr<ControlList>& controls);
 
-    // Throws VRNException for a control type that has no widget.
+    // Throws VRNException for a control type that has no widget; false if no window could be made.
     bool open(void* parent) override;
     void close() override;
     // Any thread; nothing while closed.

@@ -328,8 +328,6 @@ void drawGrille(cairo_t* cr, const Lettering& fonts) {
             cairo_set_source_rgb(cr, cream[0], cream[1], cream[2]);
         cairo_stroke(cr);
     }
-    useFont(cr, fonts.labels, 13);
-    centredText(cr, "TUBE  AMPLIFIER", lx + e.x_advance / 2 + 6, ly + 36, 2.2, cream[0], cream[1], cream[2]);
 }
 
 void drawScrew(cairo_t* cr, double cx, double cy) {
