@@ -3,6 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
 #include "EditorSupport.h"
 #include "engine/Exceptions.h"
 #include "plugin/DonateButton.h"
@@ -279,4 +288,31 @@ TEST_F(Widgets, UnknownControlTypeIsRefused) {
     (*controls)[2]->setUIProperties(ui);
     editor.open(nullptr);
     EXPECT_TRUE(editor.isOpen());
+}
+
+TEST(OpenUrl, StartsXdgOpenWithTheUrlAsOneArgumentAndNoShell) {
+    // A stand-in xdg-open early on the PATH writes down its arguments.  Shell characters in the
+    // URL must arrive untouched, as one argument.
+    namespace fs = std::filesystem;
+    fs::path directory = fs::temp_directory_path() / ("orm-open-" + std::to_string(::getpid()));
+    fs::create_directories(directory);
+    fs::path record = directory / "arguments.txt";
+    {
+        std::ofstream script(directory / "xdg-open");
+        script << "#!/bin/sh\nprintf '%s|' \"$#\" \"$@\" > '" << record.string() << ".tmp'\nmv '" << record.string()
+               << ".tmp' '" << record.string() << "'\n";
+    }
+    fs::permissions(directory / "xdg-open", fs::perms::owner_all);
+    std::string oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
+    setenv("PATH", (directory.string() + ":" + oldPath).c_str(), 1);
+
+    const std::string url = "https://tarnvale.example/product.php?id=103#donate;$(touch x)&y";
+    openUrl(url);  // returns at once; the opener runs on
+    for (int i = 0; i < 1000 && !fs::exists(record); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    setenv("PATH", oldPath.c_str(), 1);
+    std::ifstream file(record);
+    std::string arguments((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(arguments, "1|" + url + "|");
+    for (int i = 0; i < 100; ++i) collectUrlOpeners();  // reaps the finished opener without blocking
+    fs::remove_all(directory);
 }
