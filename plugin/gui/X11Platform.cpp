@@ -1,5 +1,6 @@
 // Linux back-end: an X11 child window of the host's window with its own display connection,
-// drawn with cairo through an off-screen image of the whole window.
+// drawn with cairo into an off-screen image of the whole window, which is copied to the window
+// for the areas that changed.
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -80,16 +81,29 @@ int buttonOf(unsigned int button) {
 
 class X11Window : public PlatformWindow {
 public:
-    X11Window(Display* connection, Window parent, Visual* visual, const CRect& size, PlatformWindowListener& owner)
+    X11Window(Display* connection, Window parent, Visual* visual, int depth, const CRect& size,
+              PlatformWindowListener& owner)
         : display(connection), listener(owner), width(size.getWidth()), height(size.getHeight()) {
         XSetWindowAttributes set;
         set.background_pixmap = None;  // no flash of a background colour before the first paint
         set.event_mask = ExposureMask | ButtonPressMask | ButtonReleaseMask | PointerMotionMask | StructureNotifyMask;
         window = XCreateWindow(display, parent, size.left, size.top, unsigned(width), unsigned(height), 0,
                                CopyFromParent, InputOutput, CopyFromParent, CWBackPixmap | CWEventMask, &set);
-        windowSurface = cairo_xlib_surface_create(display, window, visual, width, height);
         offscreen = cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height);
         offscreenContext = cairo_create(offscreen);
+        // On the usual 24-bit true-colour visuals the off-screen pixels are already in the
+        // window's format and go out with XPutImage; any other visual goes through cairo-xlib.
+        if (depth == 24 && visual->red_mask == 0xff0000 && visual->green_mask == 0xff00 && visual->blue_mask == 0xff) {
+            image = XCreateImage(display, visual, 24, ZPixmap, 0,
+                                 reinterpret_cast<char*>(cairo_image_surface_get_data(offscreen)), unsigned(width),
+                                 unsigned(height), 32, cairo_image_surface_get_stride(offscreen));
+            if (image) {
+                const uint16_t probe = 1;
+                image->byte_order = *reinterpret_cast<const uint8_t*>(&probe) ? LSBFirst : MSBFirst;
+                gc = XCreateGC(display, window, 0, nullptr);
+            }
+        }
+        if (!image) windowSurface = cairo_xlib_surface_create(display, window, visual, width, height);
         context.reset(new CairoContext(offscreenContext));
         XMapWindow(display, window);
         XFlush(display);
@@ -97,9 +111,14 @@ public:
 
     ~X11Window() override {
         context.reset();
+        if (image) {
+            image->data = nullptr;  // the pixels belong to cairo
+            XDestroyImage(image);
+            XFreeGC(display, gc);
+        }
+        if (windowSurface) cairo_surface_destroy(windowSurface);
         cairo_destroy(offscreenContext);
         cairo_surface_destroy(offscreen);
-        cairo_surface_destroy(windowSurface);
         XDestroyWindow(display, window);
         XCloseDisplay(display);
     }
@@ -148,6 +167,12 @@ public:
         CRect visible = area.intersection(CRect(0, 0, width, height));
         if (visible.isEmpty()) return;
         cairo_surface_flush(offscreen);
+        if (image) {
+            XPutImage(display, window, gc, image, visible.left, visible.top, visible.left, visible.top,
+                      unsigned(visible.getWidth()), unsigned(visible.getHeight()));
+            XFlush(display);
+            return;
+        }
         cairo_t* cr = cairo_create(windowSurface);
         cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
         cairo_set_source_surface(cr, offscreen, 0, 0);
@@ -165,6 +190,8 @@ private:
     PlatformWindowListener& listener;
     int width, height;
     Window window = 0;
+    XImage* image = nullptr;
+    GC gc = nullptr;
     cairo_surface_t* windowSurface = nullptr;
     cairo_surface_t* offscreen = nullptr;
     cairo_t* offscreenContext = nullptr;
@@ -206,5 +233,6 @@ std::unique_ptr<PlatformWindow> createPlatformWindow(void* parent, const CRect& 
         XCloseDisplay(display);
         return nullptr;
     }
-    return std::unique_ptr<PlatformWindow>(new X11Window(display, parentWindow, attributes.visual, size, listener));
+    return std::unique_ptr<PlatformWindow>(
+        new X11Window(display, parentWindow, attributes.visual, attributes.depth, size, listener));
 }
