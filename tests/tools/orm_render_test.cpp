@@ -188,3 +188,95 @@ TEST_F(OrmRender, HostsTheBuiltInAmplifierAndOtherModules) {
     Result bench = run("--signal riff --seconds 0.5 --bench --out " + path("f.wav"));
     EXPECT_EQ(0, bench.status) << bench.errors;
 }
+
+namespace {
+
+// Amplitude of a sine of known frequency by projection over whole periods.
+double amplitudeAt(const std::vector<float>& x, size_t from, size_t count, double frequency, double rate) {
+    double c = 0, s = 0;
+    for (size_t i = from; i < from + count; ++i) {
+        c += x[i] * std::cos(2 * M_PI * frequency * i / rate);
+        s += x[i] * std::sin(2 * M_PI * frequency * i / rate);
+    }
+    return 2 * std::sqrt(c * c + s * s) / static_cast<double>(count);
+}
+
+}  // namespace
+
+TEST_F(OrmRender, RunsAnOversampledChainWithACabinetFromAFile) {
+    // A response of one sample, 0.5, as a 24-bit WAV file.
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = 1;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_24;
+    SNDFILE* handle = sf_open(path("ir.wav").c_str(), SFM_WRITE, &info);
+    ASSERT_NE(nullptr, handle);
+    std::vector<float> ir(64, 0.0f);
+    ir[0] = 0.5f;
+    sf_writef_float(handle, ir.data(), 64);
+    sf_close(handle);
+
+    // Input gain, ×4 interpolation, an identity table, decimation, a DC block and the cabinet:
+    // in the pass band the chain is transparent apart from the response's 0.5.
+    auto element = [](const std::string& type, const std::string& name, const std::string& properties,
+                      const std::string& source) {
+        return "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/><Inputs>"
+               "<Input Port=\"in\" Element=\"" + source + "\" Output=\"" + (source == "Graph" ? "0" : "out") +
+               "\"/></Inputs></Element>";
+    };
+    auto graph = [](const std::string& name, const std::string& source, const std::string& attributes,
+                    const std::string& elements, const std::string& last) {
+        return "<Graph Name=\"" + name + "\" Type=\"DSP\" " + attributes + "><NumberOfInputs>1</NumberOfInputs><Inputs>"
+               "<Input Graph=\"" + source + "\" Node=\"" + (source == "System" ? "0" : "out") + "\"/></Inputs>" + elements +
+               "<Output><Node Name=\"out\" Element=\"" + last + "\" Port=\"out\"/></Output></Graph>";
+    };
+    const std::string resampler = "Factor=\"4\" Order=\"2\" Cascade=\"4\" Type=\"Butterworth\"";
+    std::ofstream(path("chain.xml"))
+        << "<System><Graphs>"
+        << graph("Up", "System", "Multiplier=\"4\"",
+                 element("Gain", "In", "Gain=\"1\"", "Graph") +
+                     element("IirInterpolator", "1", "CornerFrequency=\"15000\" " + resampler, "In"), "1")
+        << graph("Tube", "Up", "", element("LookupTableFilter", "T", "VinMin=\"-2\" VinMax=\"2\" DeltaV=\"1\" Vout=\"-2|-1|0|1|2\"", "Graph"), "T")
+        << graph("Down", "Tube", "Multiplier=\"0.25\"",
+                 element("IirDecimator", "1", "CornerFrequency=\"20000\" " + resampler, "Graph"), "1")
+        << graph("Cab", "Down", "",
+                 element("FirstOrderIIR", "DC", "A=\"-0.9995\" B=\"1|-1\"", "Graph") +
+                     element("WaveConvolver", "WV", "Location=\"File\" ImpulseResponses=\"" + path("ir.wav") +
+                                                        "\" MaxIRSize=\"8192\" Gain=\"1\" Scale=\"false\"", "DC"),
+                 "WV")
+        << "</Graphs><Outputs><Output Graph=\"Cab\" Node=\"out\"/></Outputs></System>";
+    Result result = run("--system " + path("chain.xml") + " --signal sine:1000:-20 --seconds 0.5 --out " + path("chain.wav"));
+    ASSERT_EQ(0, result.status) << result.errors;
+    SF_INFO outInfo;
+    auto channels = read(path("chain.wav"), outInfo);
+    ASSERT_EQ(1u, channels.size());
+    ASSERT_EQ(24000u, channels[0].size());
+    for (float sample : channels[0]) ASSERT_TRUE(std::isfinite(sample));
+    const double gain = amplitudeAt(channels[0], 12000, 4800, 1000, 48000) / std::pow(10.0, -20.0 / 20.0);
+    EXPECT_NEAR(0.5, gain, 0.5 * 0.012);  // within 0.1 dB: resamplers and DC block barely touch 1 kHz
+}
+
+TEST_F(OrmRender, RunsACircuitBetweenTwoFilterGraphs) {
+    // The worked example of docs/circuits.md: a gain, a 12AX7 stage as a netlist, a gain.
+    std::ifstream doc(std::string(ORM_SOURCE_DIR) + "/docs/circuits.md");
+    std::stringstream text;
+    text << doc.rdbuf();
+    const std::string document = text.str();
+    size_t start = document.find("```xml\n<System>");
+    ASSERT_NE(std::string::npos, start);
+    start += 7;
+    std::ofstream(path("triode.xml")) << document.substr(start, document.find("```", start) - start);
+
+    Result result = run("--system " + path("triode.xml") + " --signal sine:1000:-6 --seconds 0.2 --out " + path("triode.wav"));
+    ASSERT_EQ(0, result.status) << result.errors;
+    SF_INFO info;
+    auto channels = read(path("triode.wav"), info);
+    ASSERT_FALSE(channels.empty());
+    ASSERT_EQ(9600u, channels[0].size());
+    float peak = 0;
+    for (float sample : channels[0]) {
+        ASSERT_TRUE(std::isfinite(sample));
+        peak = std::max(peak, std::fabs(sample));
+    }
+    EXPECT_GT(peak, 0.01f);  // the stage amplifies the signal it gets
+}
