@@ -182,7 +182,6 @@ protected:
 
     void SetUp() override {
         if (!display) GTEST_SKIP() << "no X server (Xvfb) could be started";
-        useCommittedPictures();
         parent = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1000, 400, 0, 0, 0);
         XMapWindow(display, parent);
         XSync(display, False);
