@@ -72,7 +72,7 @@ bool OrmEditor::open(void* parent) {
     rect.bottom = int16_t(panel->getHeight());
     panel->forget();
     setKnobMode(kLinearMode);
-    for (size_t i = 0; i < controls->size(); ++i) setParameter(int(i), effect ? effect->getParameter(int(i)) : 0.0f);
+    for (size_t i = 0; i < controls->size(); ++i) setParameter(int(i), host ? host->getParameter(int(i)) : 0.0f);
     frame->addView(new DonateButton(std::string(ORM_DONATION_HOST) + "/product.php?id=103#donate"));
     // Without a window (no display, a wrong parent) the editor stays open but shows nothing.
     return frame->open(parent);
@@ -87,7 +87,7 @@ void OrmEditor::setParameter(int index, float value) {
 
 void OrmEditor::valueChanged(CControl* control) {
     int tag = control->getTag();
-    if (tag >= 0 && size_t(tag) < controls->size() && effect) effect->setParameterAutomated(tag, control->getValue());
+    if (tag >= 0 && size_t(tag) < controls->size() && host) host->setParameterAutomated(tag, control->getValue());
 }
 
 CControl* OrmEditor::getWidget(int index) const {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "plugin/DenormalGuard.h"
+#include "plugin/OrmEditor.h"
 
 using vrn::scalar;
 
@@ -14,7 +15,7 @@ OrmVST2Effect::OrmVST2Effect(audioMasterCallback master, std::shared_ptr<vrn::Dr
     : AudioEffectX(master, 1, static_cast<int32_t>(systemDriver->getControls()->size())) {
     canProcessReplacing(true);
     programsAreChunks(false);
-    // The has-editor flag is raised by setEditor once a window exists (see the editor step below).
+    setFlag(effFlagsHasEditor, true);
 
     driver = systemDriver;
     controls.reset();
@@ -37,7 +38,7 @@ OrmVST2Effect::OrmVST2Effect(audioMasterCallback master, std::shared_ptr<vrn::Dr
 
     attachValueFunctions();
 
-    // Editor: the window is made here and installed with setEditor once it exists.
+    setEditor(new OrmEditor(this, controls));
 }
 
 OrmVST2Effect::~OrmVST2Effect() {

@@ -9,8 +9,10 @@
 
 #include "engine/Driver.h"
 #include "plugin/AudioEffectX.h"
+#include "plugin/gui/AEffGUIEditor.h"
 
-class OrmVST2Effect : public AudioEffectX {
+// It is also the editor's EditorHost: the window reads values and reports moves through it.
+class OrmVST2Effect : public AudioEffectX, public EditorHost {
 public:
     static constexpr int32_t kUniqueId = 0x71377674;  // q7vt
     static constexpr int32_t kVendorVersion = 1100;
@@ -35,6 +37,12 @@ public:
     void setParameter(int32_t index, float value) override;
     float getParameter(int32_t index) override;
     void getParameterName(int32_t index, char* text) override;
+
+    // From the editor, GUI thread: the adaptor's own forms, which tell the host.
+    void setParameterAutomated(int32_t index, float value) override { AudioEffectX::setParameterAutomated(index, value); }
+    bool beginEdit(int32_t index) override { return AudioEffectX::beginEdit(index); }
+    bool endEdit(int32_t index) override { return AudioEffectX::endEdit(index); }
+    AudioEffect* getAudioEffect() override { return this; }
 
     bool setSpeakerArrangement(VstSpeakerArrangement* input, VstSpeakerArrangement* output) override;
     bool getVendorString(char* text) override;

@@ -2,11 +2,12 @@
 
 #include "plugin/gui/OpenUrl.h"
 
-AEffGUIEditor::AEffGUIEditor(EditorHost* owner) : effect(owner) {}
+AEffGUIEditor::AEffGUIEditor(EditorHost* owner)
+    : AEffEditor(owner ? owner->getAudioEffect() : nullptr), host(owner) {}
 
 AEffGUIEditor::~AEffGUIEditor() { AEffGUIEditor::close(); }
 
-bool AEffGUIEditor::getRect(EditorRect** result) {
+bool AEffGUIEditor::getRect(ERect** result) {
     *result = &rect;
     return true;
 }
@@ -34,9 +35,9 @@ bool AEffGUIEditor::setKnobMode(int mode) {
 }
 
 void AEffGUIEditor::beginEdit(int index) {
-    if (effect && index >= 0) effect->beginEdit(index);
+    if (host && index >= 0) host->beginEdit(index);
 }
 
 void AEffGUIEditor::endEdit(int index) {
-    if (effect && index >= 0) effect->endEdit(index);
+    if (host && index >= 0) host->endEdit(index);
 }

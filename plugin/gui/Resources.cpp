@@ -1,21 +1,11 @@
 #include "plugin/gui/Resources.h"
 
-#include <fstream>
-#include <iterator>
-
-namespace {
-std::string& pngDirectory() {
-    static std::string directory;
-    return directory;
-}
-}  // namespace
-
-void setPngDirectory(const std::string& directory) { pngDirectory() = directory; }
+#include "engine/ModuleResources.h"
 
 bool loadPng(const std::string& fileName, std::vector<unsigned char>& bytes) {
-    if (pngDirectory().empty() || fileName.empty() || fileName.find('/') != std::string::npos) return false;
-    std::ifstream file(pngDirectory() + "/" + fileName, std::ios::binary);
-    if (!file) return false;
-    bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    return !bytes.empty();
+    const unsigned char* data = nullptr;
+    size_t size = 0;
+    if (fileName.empty() || !vrn::findModuleResource(fileName, "PNG", data, size) || size == 0) return false;
+    bytes.assign(data, data + size);
+    return true;
 }

@@ -7,7 +7,6 @@
 
 #include "engine/Control.h"
 #include "plugin/OrmEditor.h"
-#include "plugin/gui/Resources.h"
 
 struct RecordingHost : EditorHost {
     struct Call {
@@ -80,5 +79,3 @@ inline std::shared_ptr<OrmEditor::ControlList> shippedControls() {
 }
 
 inline std::vector<float> shippedValues() { return {0.5f, 1.0f, 0.5f, 0.5f, 1.0f, 0.0f, 0.5f, 0.0f}; }
-
-inline void useCommittedPictures() { setPngDirectory(std::string(ORM_SOURCE_DIR) + "/resources"); }

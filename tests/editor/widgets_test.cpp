@@ -30,10 +30,8 @@ struct Listener : CControlListener {
     void controlEndEdit(CControl*) override { events.push_back("end"); }
 };
 
-class Widgets : public ::testing::Test {
-protected:
-    void SetUp() override { useCommittedPictures(); }
-};
+// The pictures come from the resource table this program carries (tests/editor/resources.list).
+class Widgets : public ::testing::Test {};
 
 }  // namespace
 
@@ -162,7 +160,7 @@ TEST_F(Widgets, SwitchesSelectThePositionUnderTheMouse) {
 TEST_F(Widgets, EditorSizeIsKnownBeforeOpen) {
     RecordingHost host(shippedValues());
     OrmEditor editor(&host, shippedControls());
-    EditorRect* rect = nullptr;
+    ERect* rect = nullptr;
     ASSERT_TRUE(editor.getRect(&rect));
     EXPECT_EQ(rect->left, 0);
     EXPECT_EQ(rect->top, 0);

@@ -4,185 +4,47 @@
 
 #include <gtest/gtest.h>
 
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-#include <X11/extensions/XTest.h>
 #include <cairo.h>
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
 #include <functional>
 #include <thread>
 
 #include "EditorSupport.h"
+#include "PanelComposition.h"
+#include "support/XServer.h"
 #include "plugin/gui/OpenUrl.h"
-
-extern char** environ;
-namespace fs = std::filesystem;
 
 namespace {
 
-pid_t serverPid = 0;
+using xtest::compare;
+using xtest::Difference;
+using xtest::Screenshot;
+using xtest::threadCount;
+
+xtest::PrivateServer server;
 Display* display = nullptr;
 
-// Pixels of a window, 0x00RRGGBB.
-struct Screenshot {
-    int width = 0, height = 0;
-    std::vector<uint32_t> pixels;
-    uint32_t at(int x, int y) const { return pixels[size_t(y) * size_t(width) + size_t(x)]; }
-};
-
-Screenshot grab(Window window, int width, int height) {
-    XSync(display, False);
-    XImage* image = XGetImage(display, window, 0, 0, unsigned(width), unsigned(height), AllPlanes, ZPixmap);
-    Screenshot shot;
-    shot.width = width;
-    shot.height = height;
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) shot.pixels.push_back(uint32_t(XGetPixel(image, x, y)) & 0xffffff);
-    XDestroyImage(image);
-    return shot;
-}
-
-void save(const Screenshot& shot, const std::string& name) {
-    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, shot.width, shot.height);
-    unsigned char* data = cairo_image_surface_get_data(surface);
-    int stride = cairo_image_surface_get_stride(surface);
-    for (int y = 0; y < shot.height; ++y)
-        std::copy(shot.pixels.begin() + y * shot.width, shot.pixels.begin() + (y + 1) * shot.width,
-                  reinterpret_cast<uint32_t*>(data + size_t(y) * stride));
-    cairo_surface_mark_dirty(surface);
-    fs::path directory = fs::temp_directory_path() / "orm-editor-screenshots";
-    fs::create_directories(directory);
-    cairo_surface_write_to_png(surface, (directory / name).c_str());
-    cairo_surface_destroy(surface);
-}
-
-// What the window must show for the given values: the panel, each control's frame from its strip
-// and the donation button's frame, composed here straight from the picture files.
-Screenshot compose(const std::vector<float>& values, int donateFrame) {
-    std::string dir = std::string(ORM_SOURCE_DIR) + "/resources/";
-    cairo_surface_t* target = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 1000, 400);
-    cairo_t* cr = cairo_create(target);
-    auto paint = [&](const std::string& file, int x, int y, int w, int h, int frame) {
-        cairo_surface_t* picture = cairo_image_surface_create_from_png((dir + file).c_str());
-        cairo_save(cr);
-        cairo_rectangle(cr, x, y, w, h);
-        cairo_clip(cr);
-        cairo_set_source_surface(cr, picture, x, y - frame * h);
-        cairo_paint(cr);
-        cairo_restore(cr);
-        cairo_surface_destroy(picture);
-    };
-    paint("orm.png", 0, 0, 1000, 400, 0);
-    auto controls = shippedControls();
-    for (size_t i = 0; i < controls->size(); ++i) {
-        auto& c = *(*controls)[i];
-        int frames = c.getControlType() == "CAnimKnob" ? 101 : c.getControlType() == "CHorizontalSwitch" ? 3 : 2;
-        int frame = std::min(frames - 1, int(values[i] * float(frames - 1) + 0.5f));
-        paint(c.getImage(), c.getX(), c.getY(), c.getWidth(), c.getHeight(), frame);
-    }
-    paint("donate.png", 454, 237, 92, 26, donateFrame);
-    cairo_destroy(cr);
-    cairo_surface_flush(target);
-    Screenshot shot;
-    shot.width = 1000;
-    shot.height = 400;
-    unsigned char* data = cairo_image_surface_get_data(target);
-    int stride = cairo_image_surface_get_stride(target);
-    for (int y = 0; y < 400; ++y)
-        for (int x = 0; x < 1000; ++x)
-            shot.pixels.push_back(reinterpret_cast<uint32_t*>(data + size_t(y) * stride)[x] & 0xffffff);
-    cairo_surface_destroy(target);
-    return shot;
-}
-
-struct Difference {
-    int count = 0;
-    CRect box;
-};
-
-Difference compare(const Screenshot& a, const Screenshot& b) {
-    Difference d;
-    for (int y = 0; y < a.height; ++y)
-        for (int x = 0; x < a.width; ++x)
-            if (a.at(x, y) != b.at(x, y)) {
-                ++d.count;
-                d.box.unite(CRect(x, y, x + 1, y + 1));
-            }
-    return d;
-}
-
-int threadCount() {
-    int count = 0;
-    for (auto& entry : fs::directory_iterator("/proc/self/task")) {
-        (void)entry;
-        ++count;
-    }
-    return count;
-}
+Screenshot grab(Window window, int width, int height) { return xtest::grab(display, window, width, height); }
+void save(const Screenshot& shot, const std::string& name) { xtest::savePng(shot, xtest::screenshotPath(name)); }
 
 class EditorWindow : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        // A display number of our own, so that parallel runs and a developer's X stay apart.
-        int number = 0;
-        for (number = 50 + getpid() % 200; number < 400; ++number)
-            if (!fs::exists("/tmp/.X" + std::to_string(number) + "-lock") &&
-                !fs::exists("/tmp/.X11-unix/X" + std::to_string(number)))
-                break;
-        std::string name = ":" + std::to_string(number);
-        std::string program = "Xvfb";
-        std::vector<std::string> arguments = {program, name, "-screen", "0", "1100x500x24", "-nolisten", "tcp"};
-        std::vector<char*> argv;
-        for (auto& a : arguments) argv.push_back(&a[0]);
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-        if (posix_spawnp(&serverPid, "Xvfb", &actions, nullptr, argv.data(), environ) != 0) serverPid = 0;
-        posix_spawn_file_actions_destroy(&actions);
-        if (!serverPid) return;
-        // The server needs a moment to listen; give up after about ten seconds.
-        for (int attempt = 0; attempt < 200 && !display; ++attempt) {
-            int status;
-            if (waitpid(serverPid, &status, WNOHANG) == serverPid) {
-                serverPid = 0;
-                return;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            display = XOpenDisplay(name.c_str());
-        }
-        int event, error, major, minor;
-        if (display && !XTestQueryExtension(display, &event, &error, &major, &minor)) {
-            XCloseDisplay(display);
-            display = nullptr;
-        }
-        if (display) setenv("DISPLAY", name.c_str(), 1);
+        server.start();
+        display = server.display;
     }
 
     static void TearDownTestSuite() {
-        if (display) XCloseDisplay(display);
+        server.stop();
         display = nullptr;
-        if (serverPid) {
-            kill(serverPid, SIGTERM);
-            waitpid(serverPid, nullptr, 0);
-        }
-        serverPid = 0;
     }
 
     void SetUp() override {
         if (!display) GTEST_SKIP() << "no X server (Xvfb) could be started";
-        useCommittedPictures();
         parent = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1000, 400, 0, 0, 0);
         XMapWindow(display, parent);
         XSync(display, False);

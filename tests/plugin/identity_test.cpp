@@ -43,6 +43,7 @@ TEST(PluginIdentity, RecordAndEntry) {
     EXPECT_FALSE(e.flags & effFlagsCanDoubleReplacing);
     EXPECT_FALSE(e.flags & effFlagsProgramChunks);
     EXPECT_FALSE(e.flags & effFlagsIsSynth);
+    EXPECT_TRUE(e.flags & effFlagsHasEditor);
 
     char vendor[64];
     std::memset(vendor, 'x', sizeof(vendor));
@@ -77,10 +78,14 @@ TEST(PluginIdentity, DispatcherDefaults) {
     EXPECT_EQ(plugin.dispatch(80), 0);  // beyond the table: the base dispatcher's 0
     EXPECT_EQ(plugin.dispatch(1000), 0);
 
-    // No window yet: the editor opcodes answer 0 and leave the rectangle alone.
-    ERect* rect = reinterpret_cast<ERect*>(0x1);
-    EXPECT_EQ(plugin.dispatch(effEditGetRect, 0, 0, &rect), 0);
-    EXPECT_EQ(plugin.dispatch(effEditOpen), 0);
+    // The editor's size is known before any window exists: the panel picture's 1000 by 400.
+    ERect* rect = nullptr;
+    ASSERT_EQ(plugin.dispatch(effEditGetRect, 0, 0, &rect), 1);
+    ASSERT_NE(rect, nullptr);
+    EXPECT_EQ(rect->left, 0);
+    EXPECT_EQ(rect->top, 0);
+    EXPECT_EQ(rect->right, 1000);
+    EXPECT_EQ(rect->bottom, 400);
     EXPECT_EQ(plugin.dispatch(effEditKeyDown, 'a', 0, nullptr, 0.0f), 0);
 
     VstSpeakerArrangement dummy{};

@@ -36,7 +36,7 @@ def main(path):
     assert magic == 0x56737450, hex(magic)
     assert (programs, params, ins, outs) == (1, 8, 2, 2), (programs, params, ins, outs)
     assert unique_id == 0x71377674 and version == 1, (hex(unique_id), version)
-    assert flags & (1 << 4) and not flags & (1 << 12), hex(flags)
+    assert flags & 1 and flags & (1 << 4) and not flags & (1 << 12), hex(flags)
 
     dispatch = DISPATCH(dispatcher)
     text = ctypes.create_string_buffer(64)
