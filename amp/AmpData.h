@@ -23,5 +23,13 @@ AmpImpulseResponse u87();
 // Load time: the grid table "yd", resistance in ohm for 18 V to 30 V in steps of 0.02 V (601
 // entries), 1e10 where the grid does not conduct.
 std::shared_ptr<std::vector<vrn::scalar>> gridTableYd();
+// Load time: the grid table "yg", resistance in ohm for 0 V to 20 V in steps of 0.02 V (1001
+// entries), 1e10 where the grid does not conduct.
+std::shared_ptr<std::vector<vrn::scalar>> gridTableYg();
+// Load time: a new copy each call.  Tube transfer curve 'A' to 'E', plate volts against grid
+// volts: A on -8..8 V in steps of 0.01 V (1601 entries), B on -8..100 V and C on -8..80 V in
+// steps of 0.02 V (5401, 4401), D and E on -40..100 V in steps of 0.01 V (14001 each).  Any
+// other letter is a VRNException.
+std::shared_ptr<std::vector<vrn::scalar>> tubeCurve(char curve);
 
 }  // namespace ampdata
