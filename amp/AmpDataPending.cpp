@@ -1,32 +1,33 @@
 // Temporary stand-ins, replaced by the generated tube curves and grid table "yg" when those land.
 //
-// Shapes with the right grids and end points so that the amplifier runs and its level is sensible:
-// each tube curve is a tanh-shaped monotonic fall from its cut-off value to its value at the top
-// of its range, and "yg" follows a 3/2-power grid-current law from 1.41 V.
+// Shapes with the right grids, end points and the features the two CPU modes rely on: each stage
+// is a tanh-shaped fall from its cut-off towards saturation; the high-CPU curves C and E equal the
+// low-CPU curves B and D until the next grid conducts (1.4 V and 18.3 V), then C rises to
+// 137.5 V at 80 V and E falls to -30.3 V at 100 V.  "yg" follows a 3/2-power grid-current law
+// from 1.41 V.
 
 #include <cmath>
+#include <functional>
 
 #include "amp/AmpData.h"
 #include "engine/Exceptions.h"
 
 namespace {
 
-struct CurveShape {
-    double vinMin, deltaV;
-    size_t entries;
-    double first, last;   // plate volts at the bottom and the top of the range
-    double centre, width;  // of the fall, in grid volts
-};
+double fall(double v, double cutOff, double saturation, double centre, double width) {
+    return saturation + (cutOff - saturation) * 0.5 * (1.0 - std::tanh((v - centre) / width));
+}
 
-std::shared_ptr<std::vector<vrn::scalar>> fall(const CurveShape& c) {
-    auto table = std::make_shared<std::vector<vrn::scalar>>(c.entries);
-    const double vinMax = c.vinMin + c.deltaV * double(c.entries - 1);
-    const double top = std::tanh((c.vinMin - c.centre) / c.width);
-    const double bottom = std::tanh((vinMax - c.centre) / c.width);
-    for (size_t i = 0; i < c.entries; ++i) {
-        const double t = std::tanh((c.vinMin + c.deltaV * double(i) - c.centre) / c.width);
-        (*table)[i] = static_cast<vrn::scalar>(c.first + (c.last - c.first) * (t - top) / (bottom - top));
-    }
+double stageA(double v) { return fall(v, 260.0, 92.9, 0.0, 1.6); }
+double stageB(double v) { return fall(v, 260.0, 96.0, 0.0, 1.8); }
+double stageC(double v) { return stageB(v) + (v > 1.4 ? 41.6 * std::pow((v - 1.4) / 78.6, 1.5) : 0.0); }
+double stageD(double v) { return fall(v, 599.08, 42.8, 2.0, 14.0); }
+double stageE(double v) { return stageD(v) - (v > 18.3 ? 73.1 * std::pow((v - 18.3) / 81.7, 1.5) : 0.0); }
+
+std::shared_ptr<std::vector<vrn::scalar>> sample(const std::function<double(double)>& stage, double vinMin,
+                                                 double deltaV, size_t entries) {
+    auto table = std::make_shared<std::vector<vrn::scalar>>(entries);
+    for (size_t i = 0; i < entries; ++i) (*table)[i] = static_cast<vrn::scalar>(stage(vinMin + deltaV * double(i)));
     return table;
 }
 
@@ -36,11 +37,11 @@ namespace ampdata {
 
 std::shared_ptr<std::vector<vrn::scalar>> tubeCurve(char curve) {
     switch (curve) {
-        case 'A': return fall({-8.0, 0.01, 1601, 260.0, 92.8997, 0.0, 1.6});
-        case 'B': return fall({-8.0, 0.02, 5401, 260.0, 96.2596, 0.0, 1.8});
-        case 'C': return fall({-8.0, 0.02, 4401, 260.0, 137.5311, -0.8, 1.8});
-        case 'D': return fall({-40.0, 0.01, 14001, 599.0828, 42.8223, 2.0, 14.0});
-        case 'E': return fall({-40.0, 0.01, 14001, 599.0828, -30.2877, 4.0, 16.0});
+        case 'A': return sample(stageA, -8.0, 0.01, 1601);
+        case 'B': return sample(stageB, -8.0, 0.02, 5401);
+        case 'C': return sample(stageC, -8.0, 0.02, 4401);
+        case 'D': return sample(stageD, -40.0, 0.01, 14001);
+        case 'E': return sample(stageE, -40.0, 0.01, 14001);
         default: throw vrn::VRNException(std::string("ampdata: no tube curve ") + curve);
     }
 }
