@@ -6,6 +6,16 @@
 #include <functional>
 #include <string>
 
+#include "amp/AmpData.h"
+#include "amp/CouplingNetworks.h"
+#include "amp/FilterWrapper.h"
+#include "amp/NetworkHandlers.h"
+#include "engine/Context.h"
+#include "engine/Graph.h"
+#include "filters/BiQuad.h"
+#include "filters/FirstOrderIIR.h"
+#include "filters/LookupTableFilter.h"
+#include "filters/WaveConvolver.h"
 #include "plugin/DenormalGuard.h"
 #include "plugin/OrmEditor.h"
 
@@ -22,14 +32,9 @@ OrmVST2Effect::OrmVST2Effect(audioMasterCallback master, std::shared_ptr<vrn::Dr
     inputs = std::make_shared<std::vector<scalar*>>(2, nullptr);
     controls = driver->getControls();
 
-    // Networks: the volume-control calculators go into "VC" of V2-out-Rg-lowCPU, V2-out-Rg,
-    // V2-out-Rg-lowCPU_S, V2-out-Rg_S, then the coupling calculators into "V2V3" of V2-out-Rg,
-    // V2-out-Rg-lowCPU, V2-out-Rg_S, V2-out-Rg-lowCPU_S.  Not wired yet: the built-in description
-    // still has plain Gain elements in their place.
-
-    // Data: the tube curves go into the LookupTableFilter elements and the impulse response "u87"
-    // into "WV" of WaveConvolver and WaveConvolver_S.  Not loaded yet: the description's stages
-    // and cabinet are linear stand-ins until the data is in the module.
+    wireNetworks();
+    loadTubeCurves();
+    loadImpulseResponses();
 
     setUniqueID(kUniqueId);
     setNumInputs(2);
@@ -46,6 +51,83 @@ OrmVST2Effect::~OrmVST2Effect() {
     inputs.reset();
     controls.reset();
     driver.reset();
+}
+
+template <typename T>
+T& OrmVST2Effect::element(const std::string& graph, const std::string& name) {
+    vrn::Element* found = driver->getGraph(graph)->getContext()->getElement(name);
+    T* typed = dynamic_cast<T*>(found);
+    if (!typed) throw vrn::VRNException("OrmVST2Effect: " + graph + "/" + name + " has an unexpected type");
+    return *typed;
+}
+
+void OrmVST2Effect::wireNetworks() {
+    // Volume networks first, then the interstage networks; one object per element, none shared.
+    element<FilterWrapper>("V2-out-Rg-lowCPU", "VC").setCalculator(std::make_shared<VolumeControl>());
+    {
+        vrn::BiQuad& filter = element<vrn::BiQuad>("V2-out-Rg", "VC");
+        filter.setPropertiesHandler(std::make_shared<VolCtrlPropertiesHandler>(&filter, *ampdata::gridTableYg()));
+    }
+    element<FilterWrapper>("V2-out-Rg-lowCPU_S", "VC").setCalculator(std::make_shared<VolumeControl>());
+    {
+        vrn::BiQuad& filter = element<vrn::BiQuad>("V2-out-Rg_S", "VC");
+        filter.setPropertiesHandler(std::make_shared<VolCtrlPropertiesHandler>(&filter, *ampdata::gridTableYg()));
+    }
+    {
+        vrn::FirstOrderIIR& filter = element<vrn::FirstOrderIIR>("V2-out-Rg", "V2V3");
+        filter.setPropertiesHandler(std::make_shared<V2V3PropertiesHandler>(&filter));
+    }
+    element<FilterWrapper>("V2-out-Rg-lowCPU", "V2V3").setCalculator(std::make_shared<V2V3Coupling>());
+    {
+        vrn::FirstOrderIIR& filter = element<vrn::FirstOrderIIR>("V2-out-Rg_S", "V2V3");
+        filter.setPropertiesHandler(std::make_shared<V2V3PropertiesHandler>(&filter));
+    }
+    element<FilterWrapper>("V2-out-Rg-lowCPU_S", "V2V3").setCalculator(std::make_shared<V2V3Coupling>());
+}
+
+void OrmVST2Effect::loadTubeCurves() {
+    struct Load {
+        const char* graph;
+        const char* name;
+        const char* vinMin;
+        const char* vinMax;
+        const char* deltaV;
+        char curve;
+    };
+    // The range given here replaces the description's: it is the curve's own grid.  The _S
+    // partner gets the same curve, as its own copy.
+    const Load loads[] = {
+        {"V1", "V1", "-8", "8", "0.01", 'A'},
+        {"V1_S", "V1", "-8", "8", "0.01", 'A'},
+        {"V2-out-Rg-lowCPU", "V2", "-8", "100", "0.02", 'B'},
+        {"V2-out-Rg-lowCPU_S", "V2", "-8", "100", "0.02", 'B'},
+        {"V2-out-Rg", "V2", "-8", "80", "0.02", 'C'},
+        {"V2-out-Rg_S", "V2", "-8", "80", "0.02", 'C'},
+        {"V2-out-Rg-lowCPU", "V3", "-40", "100", "0.01", 'D'},
+        {"V2-out-Rg-lowCPU_S", "V3", "-40", "100", "0.01", 'D'},
+        {"V2-out-Rg", "V3", "-40", "100", "0.01", 'E'},
+        {"V2-out-Rg_S", "V3", "-40", "100", "0.01", 'E'},
+    };
+    for (const Load& load : loads) {
+        vrn::Element& stage = element<vrn::LookupTableFilter>(load.graph, load.name);
+        vrn::Properties range;
+        range["VinMin"] = load.vinMin;
+        range["VinMax"] = load.vinMax;
+        range["DeltaV"] = load.deltaV;
+        stage.propertiesChanged(range);
+        stage.propertyChanged("Vout", ampdata::tubeCurve(load.curve));
+    }
+}
+
+void OrmVST2Effect::loadImpulseResponses() {
+    for (const char* graph : {"WaveConvolver", "WaveConvolver_S"}) {
+        const AmpImpulseResponse response = ampdata::u87();
+        vrn::ImpulseResponseRecord record;
+        record.name = response.name;
+        record.samplingRate = response.samplingRate;
+        record.samples = response.samples;
+        element<vrn::WaveConvolver>(graph, "WV").addImpulseResponse(record);
+    }
 }
 
 void OrmVST2Effect::attachValueFunctions() {

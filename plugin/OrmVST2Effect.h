@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "engine/Driver.h"
@@ -51,6 +52,15 @@ public:
     const std::shared_ptr<vrn::Driver>& getDriver() const { return driver; }
 
 private:
+    // Load time: the named element of the named graph, of the type the amplifier expects there.
+    template <typename T>
+    T& element(const std::string& graph, const std::string& name);
+    // Calculators behind the low-CPU wrappers and per-sample handlers on the high-CPU filters.
+    void wireNetworks();
+    // The ten tube tables, each element with its own copy of its curve.
+    void loadTubeCurves();
+    // The cabinet response "u87", held in memory by both convolvers.
+    void loadImpulseResponses();
     void attachValueFunctions();
 
     std::atomic<uint8_t> stateChanged{1};

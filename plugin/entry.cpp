@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 
+#include "amp/OrmFactory.h"
 #include "engine/DSPElementFactory.h"
 #include "engine/Driver.h"
 #include "plugin/DenormalGuard.h"
@@ -32,7 +33,8 @@ AudioEffect* createEffectInstance(audioMasterCallback audioMaster) {
         DenormalGuard::setOnThisThread();
         std::shared_ptr<vrn::Driver> driver = vrn::Driver::create();
         auto factory = std::make_shared<vrn::DSPElementFactory>();
-        // The plug-in's own element types (wrapped filters, Newton) join the factory here.
+        // The plug-in's own element types (wrapped filters, Newton) join the engine's table.
+        factory->addFactory(std::make_shared<OrmFactory>());
         driver->setDSPElementFactory(factory);
         std::istringstream description(makeOrmSystemDescription());
         driver->init(description);
