@@ -33,12 +33,12 @@ double magnitude(const std::vector<double>& taps, double relativeFrequency) {
     return std::abs(sum);
 }
 
-std::vector<double> designedTaps(int order, const char* corner, const char* attenuation) {
+std::vector<double> designedTaps(int order, double corner, double attenuation) {
     Properties p;
     p["Factor"] = "1";
     p["Order"] = std::to_string(order);
-    p["RelativeCornerFrequency"] = corner;
-    p["Attenuation"] = attenuation;
+    p["RelativeCornerFrequency"] = std::to_string(corner);
+    p["Attenuation"] = std::to_string(attenuation);
     auto context = std::make_shared<DSPContext>();
     ResamplingDecimator filter;
     filter.init("d", p, context);
@@ -53,16 +53,15 @@ TEST(KaiserDesign, BesselI0AgainstItsSeries) {
     double worst = 0.0;
     for (double x = 0.0; x <= 30.0; x += 0.05) {
         const double reference = seriesI0(x);
-        const double relative = std::fabs(kaiser::besselI0(x) - reference) / reference;
-        worst = std::max(worst, relative);
-        EXPECT_LT(relative, 1e-6) << "x = " << x;
+        worst = std::max(worst, std::fabs(kaiser::besselI0(x) - reference) / reference);
         EXPECT_DOUBLE_EQ(kaiser::besselI0(-x), kaiser::besselI0(x));
     }
-    std::printf("[ info ] worst relative error of I0: %.3g\n", worst);
+    std::printf("[ figures  ] worst relative error of I0 on 0..30: %.3g\n", worst);
+    EXPECT_LT(worst, 1e-6);
 }
 
 TEST(KaiserDesign, WindowAgainstTheSeries) {
-    for (double attenuation : {30.0, 50.0, 60.0, 90.0}) {
+    for (double attenuation : {30.0, 60.0, 90.0}) {
         const double beta = kaiser::beta(attenuation);
         for (int taps : {5, 32, 101}) {
             EXPECT_EQ(kaiser::window(0, taps, beta), 1.0f);
@@ -83,17 +82,12 @@ TEST(KaiserDesign, LowPassMeetsItsSpecification) {
     // 10^(-A/20).  The formulas are empirical; they hold within a fraction of a dB here.
     struct Case {
         int order;
-        const char* corner;
-        double fc;
-        const char* attenuation;
-        double a;
-        double marginDb;
+        double fc, a, marginDb;
     };
     // Above 50 dB the window's beta comes from the 21-to-50 dB formula (7.64 instead of 7.86 at
     // 80 dB), which costs about 2 dB of stop band there.
-    for (const Case& c : {Case{101, "0.2", 0.2, "60", 60.0, 1.0}, Case{63, "0.1", 0.1, "40", 40.0, 0.5},
-                          Case{201, "0.25", 0.25, "80", 80.0, 2.5}}) {
-        const std::vector<double> taps = designedTaps(c.order, c.corner, c.attenuation);
+    for (const Case& c : {Case{101, 0.2, 60.0, 1.0}, Case{63, 0.1, 40.0, 0.5}, Case{201, 0.25, 80.0, 2.5}}) {
+        const std::vector<double> taps = designedTaps(c.order, c.fc, c.a);
         ASSERT_EQ(taps.size(), static_cast<size_t>(c.order));
         double sum = 0.0;
         for (size_t k = 0; k < taps.size(); ++k) {
@@ -110,8 +104,8 @@ TEST(KaiserDesign, LowPassMeetsItsSpecification) {
         }
         const double delta = std::pow(10.0, -c.a / 20.0);
         const double stopDb = 20.0 * std::log10(stop);
-        std::printf("[ info ] N=%d fc=%.2f A=%.0f: pass-band ripple %.2e (design %.2e), stop band %.2f dB\n", c.order,
-                    c.fc, c.a, ripple, delta, stopDb);
+        std::printf("[ figures  ] N=%d fc=%.2f A=%.0f: pass-band ripple %.2e (design %.2e), stop band %.2f dB\n",
+                    c.order, c.fc, c.a, ripple, delta, stopDb);
         EXPECT_LT(ripple, 1.5 * delta);
         EXPECT_LT(stopDb, -c.a + c.marginDb);
         // -6 dB at the corner: a windowed ideal low-pass is half way there.

@@ -3,11 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <new>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -22,69 +20,60 @@ using namespace vrn;
 
 namespace {
 
-template <typename F>
-std::string messageOf(F&& f) {
+using Changes = std::initializer_list<std::pair<const char*, const char*>>;
+
+// The usual properties with the given changes (an empty value erases the key).
+Properties resamplingProperties(Changes changes = {}) {
+    Properties p;
+    p["RelativeCornerFrequency"] = "0.4";
+    p["Order"] = "31";
+    p["Factor"] = "4";
+    p["Attenuation"] = "60";
+    for (const auto& [key, value] : changes) {
+        if (*value) p[key] = value;
+        else p.erase(key);
+    }
+    return p;
+}
+
+// The message a filter of type T fails to initialise with.
+template <typename T>
+std::string initMessage(Changes changes) {
+    Properties p = resamplingProperties(changes);
+    auto context = std::make_shared<DSPContext>();
+    T filter;
     try {
-        f();
+        filter.init("r", p, context);
     } catch (const VRNException& e) {
         return e.getMessage();
     }
     return "<no exception>";
 }
 
-Properties resamplingProperties() {
-    Properties p;
-    p["RelativeCornerFrequency"] = "0.4";
-    p["Order"] = "31";
-    p["Factor"] = "4";
-    p["Attenuation"] = "60";
-    return p;
-}
-
-// Tries to initialise a filter of type T with p and gives the message it fails with.
-template <typename T>
-std::string initMessage(Properties p) {
-    auto context = std::make_shared<DSPContext>();
-    T filter;
-    return messageOf([&] { filter.init("r", p, context); });
-}
-
 }  // namespace
 
 TEST(ResamplingFilters, PropertyChecksInOrder) {
-    Properties p = resamplingProperties();
-    p["AbsoluteCornerFrequency"] = "1000";
-    EXPECT_EQ(initMessage<ResamplingUpsampler>(p),
-              "ResamplingUpsampler: RelativeCornerFrequency and AbsoluteCornerFrequency are defined. Only one is allowed.");
-    p.erase("RelativeCornerFrequency");
-    p.erase("AbsoluteCornerFrequency");
-    EXPECT_EQ(initMessage<ResamplingUpsampler>(p),
-              "ResamplingUpsampler: Either RelativeCornerFrequency or AbsoluteCornerFrequency must be specified.");
-    EXPECT_EQ(initMessage<ResamplingDecimator>(p),
-              "ResamplingDecimator: Either RelativeCornerFrequency or AbsoluteCornerFrequency must be specified.");
-    p["RelativeCornerFrequency"] = "1";
-    EXPECT_EQ(initMessage<ResamplingUpsampler>(p),
-              "ResamplingUpsampler: RelativeCornerFrequency must be between 0 and 1. RelativeCornerFrequency=1");
-    p.erase("RelativeCornerFrequency");
-    p["AbsoluteCornerFrequency"] = "-5";
-    EXPECT_EQ(initMessage<ResamplingDecimator>(p),
-              "ResamplingDecimator: AbsoluteCornerFrequency must be greater than 0. AbsoluteCornerFrequency=-5");
-
-    p = resamplingProperties();
-    p.erase("Order");
-    EXPECT_EQ(initMessage<ResamplingUpsampler>(p), "ResamplingUpsampler: Order must be specified");
-    p["Order"] = "0";
-    EXPECT_EQ(initMessage<ResamplingUpsampler>(p), "ResamplingUpsampler: Order must be greater than zero. Order=0");
-    p = resamplingProperties();
-    p.erase("Factor");
-    EXPECT_EQ(initMessage<ResamplingDecimator>(p), "ResamplingDecimator: Factor must be specified");
-    p["Factor"] = "0";
-    EXPECT_EQ(initMessage<ResamplingDecimator>(p), "ResamplingDecimator: Factor must be greater than 0. Factor=0");
-    p = resamplingProperties();
-    p.erase("Attenuation");
-    EXPECT_EQ(initMessage<ResamplingUpsampler>(p), "ResamplingUpsampler: Attenuation must be specified");
-    p["Attenuation"] = "1";
-    EXPECT_EQ(initMessage<ResamplingUpsampler>(p), "ResamplingUpsampler: Attenuation must be greater than 1. Attenuation=1");
+    using Up = ResamplingUpsampler;
+    using Down = ResamplingDecimator;
+    const std::pair<std::string, const char*> cases[] = {
+        {initMessage<Up>({{"AbsoluteCornerFrequency", "1000"}}),
+         "ResamplingUpsampler: RelativeCornerFrequency and AbsoluteCornerFrequency are defined. Only one is allowed."},
+        {initMessage<Up>({{"RelativeCornerFrequency", ""}}),
+         "ResamplingUpsampler: Either RelativeCornerFrequency or AbsoluteCornerFrequency must be specified."},
+        {initMessage<Down>({{"RelativeCornerFrequency", ""}}),
+         "ResamplingDecimator: Either RelativeCornerFrequency or AbsoluteCornerFrequency must be specified."},
+        {initMessage<Up>({{"RelativeCornerFrequency", "1"}}),
+         "ResamplingUpsampler: RelativeCornerFrequency must be between 0 and 1. RelativeCornerFrequency=1"},
+        {initMessage<Down>({{"RelativeCornerFrequency", ""}, {"AbsoluteCornerFrequency", "-5"}}),
+         "ResamplingDecimator: AbsoluteCornerFrequency must be greater than 0. AbsoluteCornerFrequency=-5"},
+        {initMessage<Up>({{"Order", ""}}), "ResamplingUpsampler: Order must be specified"},
+        {initMessage<Up>({{"Order", "0"}}), "ResamplingUpsampler: Order must be greater than zero. Order=0"},
+        {initMessage<Down>({{"Factor", ""}}), "ResamplingDecimator: Factor must be specified"},
+        {initMessage<Down>({{"Factor", "0"}}), "ResamplingDecimator: Factor must be greater than 0. Factor=0"},
+        {initMessage<Up>({{"Attenuation", ""}}), "ResamplingUpsampler: Attenuation must be specified"},
+        {initMessage<Up>({{"Attenuation", "1"}}), "ResamplingUpsampler: Attenuation must be greater than 1. Attenuation=1"},
+    };
+    for (const auto& [actual, expected] : cases) EXPECT_EQ(actual, expected);
 }
 
 TEST(ResamplingFilters, DesignedTaps) {
@@ -103,9 +92,7 @@ TEST(ResamplingFilters, DesignedTaps) {
     // An even order doubles the centre tap, which leaves a floor under the stop band and so
     // a larger spread between the phases.
     for (const auto& order : {std::make_pair("63", 2e-3), std::make_pair("64", 0.03)}) {
-        Properties q = resamplingProperties();
-        q["Order"] = order.first;
-        q["RelativeCornerFrequency"] = "0.45";
+        Properties q = resamplingProperties({{"Order", order.first}, {"RelativeCornerFrequency", "0.45"}});
         ResamplingUpsampler upsampler;
         upsampler.init("u", q, context);
         EXPECT_EQ(upsampler.getLength(), 64u);
@@ -113,29 +100,22 @@ TEST(ResamplingFilters, DesignedTaps) {
             double phaseSum = 0.0;
             for (size_t k = phase; k < 64; k += 4) phaseSum += upsampler.getCoefficients()[k];
             EXPECT_NEAR(phaseSum, 1.0, order.second) << "order " << order.first << " phase " << phase;
-            std::printf("[ info ] order %s phase %zu: sum %.5f\n", order.first, phase, phaseSum);
         }
     }
 
     // A corner of 0 and an attenuation below 21 dB both pass the checks and give no filter.
-    Properties zero = resamplingProperties();
-    zero["RelativeCornerFrequency"] = "0";
-    ResamplingUpsampler silent;
+    Properties zero = resamplingProperties({{"RelativeCornerFrequency", "0"}});
+    Properties weak = resamplingProperties({{"Attenuation", "20"}});
+    ResamplingUpsampler silent, weakFilter;
     silent.init("z", zero, context);
-    EXPECT_TRUE(std::isnan(silent.getCoefficients()[0]));
-    Properties weak = resamplingProperties();
-    weak["Attenuation"] = "20";
-    ResamplingUpsampler weakFilter;
     weakFilter.init("w", weak, context);
+    EXPECT_TRUE(std::isnan(silent.getCoefficients()[0]));
     EXPECT_TRUE(std::isnan(weakFilter.getCoefficients()[5]));
 }
 
 TEST(ResamplingFilters, AbsoluteCornerWaitsForTheRate) {
     auto context = std::make_shared<DSPContext>();
-    Properties p = resamplingProperties();
-    p.erase("RelativeCornerFrequency");
-    p["AbsoluteCornerFrequency"] = "10000";
-    p["Factor"] = "2";
+    Properties p = resamplingProperties({{"RelativeCornerFrequency", ""}, {"AbsoluteCornerFrequency", "10000"}, {"Factor", "2"}});
     ResamplingUpsampler up;
     up.init("u", p, context);
     EXPECT_EQ(up.getLength(), 0u);
@@ -191,8 +171,8 @@ TEST(ResamplingFilters, OversamplingSystemThroughTheDriverKeepsASineAtUnity) {
         std::string corners;
     };
     // Relative corners are fractions of the host rate; absolute ones are in Hz.
-    for (const Case& c : {Case{2, R"(RelativeCornerFrequency="0.45")"}, Case{4, R"(RelativeCornerFrequency="0.45")"},
-                          Case{8, R"(RelativeCornerFrequency="0.45")"}, Case{2, R"(AbsoluteCornerFrequency="20000")"}}) {
+    for (const Case& c : {Case{4, R"(RelativeCornerFrequency="0.45")"}, Case{8, R"(RelativeCornerFrequency="0.45")"},
+                          Case{2, R"(AbsoluteCornerFrequency="20000")"}}) {
         std::shared_ptr<Driver> driver = Driver::create();
         std::istringstream description(oversamplingSystem(c.factor, c.corners));
         driver->init(description);
@@ -236,10 +216,8 @@ TEST(ResamplingFilters, OversamplingSystemThroughTheDriverKeepsASineAtUnity) {
         }
         const double measured = 2.0 * std::sqrt(s * s + co * co) / static_cast<double>(end - from);
         const double gainDb = 20.0 * std::log10(measured / amplitude);
-        bool finite = true;
-        for (scalar v : output) finite = finite && std::isfinite(v);
-        EXPECT_TRUE(finite);
+        EXPECT_TRUE(std::all_of(output.begin(), output.end(), [](scalar v) { return std::isfinite(v); }));
         EXPECT_LT(std::fabs(gainDb), 0.1) << "factor " << c.factor;
-        std::printf("[ info ] factor %d (%s): 1 kHz at %.4f dB\n", c.factor, c.corners.c_str(), gainDb);
+        std::printf("[ figures  ] factor %d (%s): 1 kHz at %.4f dB\n", c.factor, c.corners.c_str(), gainDb);
     }
 }
