@@ -1,6 +1,7 @@
 #include "circuit/ComponentFactory.h"
 
 #include "circuit/components/Amplifiers.h"
+#include "circuit/components/GridElements.h"
 #include "circuit/components/Passive.h"
 #include "circuit/components/Sources.h"
 #include "circuit/components/Tubes.h"
@@ -26,6 +27,8 @@ const std::unordered_map<std::string, std::function<Component*()>> kBuiltInCompo
     {"Battery", maker<Battery>()},
     {"Capacitor", maker<Capacitor>()},
     {"Resistor", maker<Resistor>()},
+    {"GridClamp", maker<GridClamp>()},
+    {"GridCurrentLoad", maker<GridCurrentLoad>()},
 };
 
 }  // namespace

@@ -155,6 +155,8 @@ void Pentode::init(const std::string& componentName, const Properties& propertie
     grid->setProperties(merged);
     screen.reset(new NKPentodeScreenCurrent());
     screen->setProperties(merged);
+    auto clamp = merged.find("ClampPlate");
+    clampPlate = clamp == merged.end() || clamp->second != "false";
 }
 
 void Pentode::setNodeIndices(const std::shared_ptr<std::vector<int>>& indices) {
@@ -168,9 +170,19 @@ void Pentode::prepare(std::vector<scalar>& x) {
     vs = voltage(x, n[1]);
     vg = voltage(x, n[2]);
     vk = voltage(x, n[3]);
+    plateCutOff = false;
+    if (!clampPlate) plateCutOff = vp < std::max(std::max(vg, vk), 0.0f);
     vp = std::max(vp, 0.0f);
     vs = std::max(vs, 0.0f);
     vk = std::max(vk, 0.0f);
+    if (!clampPlate) {
+        // The currents are taken at the clamped plate; the solution keeps the free one.
+        const scalar floor = std::max(vg, vk);
+        vp = std::max(vp, floor);
+        if (live[3]) x[static_cast<size_t>(n[3])] = vk;
+        if (live[1]) x[static_cast<size_t>(n[1])] = vs;
+        return;
+    }
     vp = std::max(vp, std::max(vg, vk));
     vp = limitStep(vp, lastVp);
     lastVp = vp;
@@ -222,6 +234,8 @@ scalar** Pentode::getJacobian(std::vector<scalar>& x) {
     scalar g = gd[0];
     const std::vector<scalar>& ad = *anode->derivatives(vgk, vpk, vsk);
     scalar ag = ad[0], ap = ad[1], as = ad[2];
+    // A free plate below its floor draws nothing, whatever it does.
+    if (plateCutOff) ap = 0.0f;
     const std::vector<scalar>& sd = *screen->derivatives(vgk, vpk, vsk);
     scalar sg = sd[0], ss = sd[2];
     checkDerivative(g, "dIgdV", vg, vp, vk, vs);

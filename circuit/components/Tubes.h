@@ -62,6 +62,10 @@ private:
     std::unique_ptr<PentodeCurrent> anode;
     std::unique_ptr<PentodeCurrent> grid;
     std::unique_ptr<PentodeCurrent> screen;
+    // ClampPlate="false": the plate node is left free (it may fall below the cathode, where the
+    // tube takes no plate current), for stages whose plate is also pulled by other elements.
+    bool clampPlate = true;
+    bool plateCutOff = false;
     scalar rhs[4] = {};
     scalar jacobian[4][4] = {};
     scalar* jacobianRows[4];
