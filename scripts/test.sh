@@ -13,7 +13,7 @@ export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORM_WERROR=ON \
   -DORM_SANITIZE="address;undefined" > /dev/null
 cmake --build build/asan -j "$JOBS"
-ctest --test-dir build/asan -j "$JOBS" --output-on-failure
+ctest --test-dir build/asan -j "$JOBS" --output-on-failure -LE slow
 
 export TSAN_OPTIONS="halt_on_error=1"
 cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORM_WERROR=ON \
