@@ -73,19 +73,30 @@ TEST(EditorRecord, SizeAndFlagBeforeAnyWindow) {
 xtest::PrivateServer server;
 
 // How long the editor's idle calls take, over every call the tests make; reported, not asserted.
+// The first call after an open draws the whole panel and is counted apart.
 struct IdleTimes {
     long calls = 0;
     double total = 0, worst = 0;  // milliseconds
-} idleTimes;
+    void add(double ms) {
+        ++calls;
+        total += ms;
+        worst = std::max(worst, ms);
+    }
+    void print(const char* what) const {
+        if (calls)
+            std::printf("editor idle, %s: %ld calls, mean %.3f ms, worst %.3f ms\n", what, calls,
+                        total / double(calls), worst);
+    }
+} firstIdles, laterIdles;
+bool justOpened = false;
 
 class EditorHost : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { server.start(); }
     static void TearDownTestSuite() {
         server.stop();
-        if (idleTimes.calls)
-            std::printf("editor idle: %ld calls, mean %.3f ms, worst %.3f ms\n", idleTimes.calls,
-                        idleTimes.total / double(idleTimes.calls), idleTimes.worst);
+        firstIdles.print("first after open");
+        laterIdles.print("all others");
     }
 
     void SetUp() override {
@@ -117,9 +128,12 @@ protected:
         auto begin = std::chrono::steady_clock::now();
         plugin.dispatch(effEditIdle);
         double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
-        ++idleTimes.calls;
-        idleTimes.total += ms;
-        idleTimes.worst = std::max(idleTimes.worst, ms);
+        (justOpened ? firstIdles : laterIdles).add(ms);
+        justOpened = false;
+    }
+    intptr_t open(Instance& plugin) {
+        justOpened = true;
+        return plugin.dispatch(effEditOpen, 0, 0, parentHandle());
     }
 
     // Idle calls, as a host makes them, until `done` holds (at most about 5 s)...
@@ -204,7 +218,7 @@ TEST_F(EditorHost, EveryControlReportsItsMovesAndFollowsTheHost) {
     Instance plugin(recordingHost);
     plugin.start();
     int threadsBefore = threadCount();
-    ASSERT_EQ(plugin.dispatch(effEditOpen, 0, 0, parentHandle()), 1);
+    ASSERT_EQ(open(plugin), 1);
     settle(plugin);
     EXPECT_EQ(threadCount(), threadsBefore);  // the module draws in the host's idle calls only
     EXPECT_EQ(children(), 1);
@@ -242,11 +256,19 @@ TEST_F(EditorHost, EveryControlReportsItsMovesAndFollowsTheHost) {
             ASSERT_GE(heard.size(), 3u);
             EXPECT_EQ(heard.front().opcode, audioMasterBeginEdit);
             EXPECT_EQ(heard.back().opcode, audioMasterEndEdit);
-            float last = -1;
+            float last = values[i];
             int automates = 0;
             for (auto& e : heard) {
                 EXPECT_EQ(e.index, row.index);
-                if (e.opcode == audioMasterAutomate) last = e.value, ++automates;
+                if (e.opcode != audioMasterAutomate) continue;
+                // A drag's steps move one way, without overshoot.
+                if (g.dy) {
+                    EXPECT_TRUE((e.value - last) * (g.sends - values[i]) > 0 &&
+                                std::abs(e.value - values[i]) <= std::abs(g.sends - values[i]) + 1e-6f)
+                        << e.value;
+                }
+                last = e.value;
+                ++automates;
             }
             if (g.dy == 0) {
                 EXPECT_EQ(automates, 1);  // a click sends its position once
@@ -273,7 +295,7 @@ TEST_F(EditorHost, EveryControlReportsItsMovesAndFollowsTheHost) {
     plugin.setParameter(2, 0.9f);
     values[2] = 0.9f;
     idle(plugin);
-    ASSERT_EQ(plugin.dispatch(effEditOpen, 0, 0, parentHandle()), 1);
+    ASSERT_EQ(open(plugin), 1);
     settle(plugin);
     EXPECT_EQ(children(), 1);
     EXPECT_EQ(compare(shot(), compose(values, 0)).count, 0);
@@ -290,7 +312,7 @@ TEST_F(EditorHost, EveryControlReportsItsMovesAndFollowsTheHost) {
         plugin.dispatch(effEditClose);
         plugin.setParameter(0, 0.1f * float(cycle));
         values[0] = 0.1f * float(cycle);
-        ASSERT_EQ(plugin.dispatch(effEditOpen, 0, 0, parentHandle()), 1);
+        ASSERT_EQ(open(plugin), 1);
         plugin.setParameter(3, 1.0f);
         values[3] = 1.0f;
         settle(plugin);
@@ -328,7 +350,7 @@ TEST_F(EditorHost, DonateButtonCallsTheOpenerAndNothingElse) {
     Instance plugin(recordingHost);
     plugin.start();
     int threadsBefore = threadCount();
-    ASSERT_EQ(plugin.dispatch(effEditOpen, 0, 0, parentHandle()), 1);
+    ASSERT_EQ(open(plugin), 1);
     settle(plugin);
     for (int click = 1; click <= 2; ++click) {
         events.clear();
@@ -360,7 +382,7 @@ TEST_F(EditorHost, ClosingThePlugInWithItsEditorOpen) {
     {
         Instance plugin(recordingHost);
         plugin.start();
-        ASSERT_EQ(plugin.dispatch(effEditOpen, 0, 0, parentHandle()), 1);
+        ASSERT_EQ(open(plugin), 1);
         settle(plugin);
         EXPECT_EQ(children(), 1);
         // Suspend and effClose with the window still up: the effect takes its editor with it.
