@@ -28,13 +28,13 @@ FileReader::FileReader(const std::string& path) {
                            toString(static_cast<size_t>(size)) + " characters.");
 }
 
-DllResourceReader::DllResourceReader(const std::string& spec) {
+DllResourceReader::DllResourceReader(const std::string& location) {
     // Split at every "|", empty pieces kept: "TYPE|NAME".
     std::vector<std::string> parts;
     size_t start = 0;
     for (;;) {
-        size_t bar = spec.find('|', start);
-        parts.push_back(spec.substr(start, bar == std::string::npos ? std::string::npos : bar - start));
+        size_t bar = location.find('|', start);
+        parts.push_back(location.substr(start, bar == std::string::npos ? std::string::npos : bar - start));
         if (bar == std::string::npos) break;
         start = bar + 1;
     }

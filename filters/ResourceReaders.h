@@ -24,9 +24,9 @@ private:
 
 class DllResourceReader {
 public:
-    // spec reads "TYPE|NAME"; copies the resource's bytes.  Throws VRNException when the module
+    // location reads "TYPE|NAME"; copies the resource's bytes.  Throws VRNException when the module
     // carries no such resource.
-    explicit DllResourceReader(const std::string& spec);
+    explicit DllResourceReader(const std::string& location);
     virtual ~DllResourceReader() {}
     const std::shared_ptr<std::vector<char>>& getData() const { return data; }
     uint64_t getSize() const { return size; }

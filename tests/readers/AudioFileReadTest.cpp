@@ -363,9 +363,9 @@ TEST(ResourceReaders, ModuleResources) {
     const float expected[8] = {0, 32767, -32768, 1, -1, 16384, -16384, 100};
     for (size_t i = 0; i < 8; ++i) EXPECT_EQ(frames[i], expected[i] / 32768.0f) << i;
 
-    auto messageOf = [](const std::string& spec) -> std::string {
+    auto messageOf = [](const std::string& location) -> std::string {
         try {
-            vrn::DllResourceReader failing(spec);
+            vrn::DllResourceReader failing(location);
         } catch (const vrn::VRNException& e) {
             return e.getMessage();
         } catch (const std::out_of_range& e) {
