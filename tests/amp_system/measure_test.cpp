@@ -4,13 +4,16 @@
 // while audio runs.  The figures are printed; the tests assert what must hold whatever the exact
 // tube data: finite and bounded output, distortion rising with drive, CPU modes agreeing for small
 // signals and parting at full drive, aliasing falling as the factor rises, no gap on a switch.
+// Further down: the switches (cabinet, stereo, every combination), silence, and the cost of a block.
 //
 // Spectra are plain DFTs at the frequencies that matter.  Analysis windows are one second long,
 // so 220 Hz and 5 kHz complete whole periods and every harmonic (and every alias, which lands on
 // a multiple of 1 kHz) falls exactly on a bin: no window function is needed.
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -213,4 +216,203 @@ TEST(AmpSystem, SwitchingTheFactorWhileAudioRunsLeavesNoNanAndNoGap) {
     std::printf("Oversampling switched every 133 ms: quietest 5 ms against the mean: %.1f dB\n",
                 10.0 * std::log10(quietest / mean));
     EXPECT_GT(quietest, mean * 0.25);
+}
+
+// ---- Switches, silence, and the cost of a block ---------------------------------------------------
+
+namespace {
+
+double threadSeconds() {
+    timespec now;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return double(now.tv_sec) + 1e-9 * double(now.tv_nsec);
+}
+
+// Plucked strings (Karplus-Strong) on a fixed seed: a note every 125 ms, each ringing for three
+// steps, so up to three overlap; peaks stay below 1.
+std::vector<float> riff(size_t frames) {
+    const double notes[] = {82.41, 123.47, 164.81, 196.0, 220.0, 246.94, 293.66, 329.63};
+    const size_t step = kSecond / 8;
+    uint32_t state = 20261122u;
+    std::vector<float> out(frames, 0.0f);
+    for (size_t n = 0; n * step < frames; ++n) {
+        std::vector<double> line(static_cast<size_t>(kRate / notes[(n * 5) % 8] + 0.5));
+        for (double& s : line) {
+            state = state * 1664525u + 1013904223u;
+            s = state / 2147483648.0 - 1.0;
+        }
+        double previous = 0;
+        for (size_t i = 0; i < 3 * step && n * step + i < frames; ++i) {
+            const double current = line[i % line.size()];
+            line[i % line.size()] = 0.996 * 0.5 * (current + previous);
+            previous = current;
+            out[n * step + i] += static_cast<float>(0.3 * current);
+        }
+    }
+    return out;
+}
+
+struct StereoOut {
+    std::vector<float> left, right;
+    std::vector<double> blockSeconds;  // thread CPU time of each processReplacing call
+};
+
+// Both outputs of a fresh instance fed from two separate input buffers.
+StereoOut renderStereo(const std::vector<float>& left, const std::vector<float>& right, const Settings& settings) {
+    Instance plugin;
+    plugin.start(static_cast<float>(kRate), static_cast<int>(kBlock));
+    for (const auto& setting : settings) plugin.setParameter(setting.first, setting.second);
+    StereoOut out;
+    out.left.resize(left.size());
+    out.right.resize(left.size());
+    out.blockSeconds.reserve(left.size() / kBlock + 1);
+    for (size_t at = 0; at < left.size(); at += kBlock) {
+        float* inputs[2] = {const_cast<float*>(left.data()) + at, const_cast<float*>(right.data()) + at};
+        float* outputs[2] = {out.left.data() + at, out.right.data() + at};
+        const double before = threadSeconds();
+        plugin.process(inputs, outputs, static_cast<int32_t>(std::min(kBlock, left.size() - at)));
+        out.blockSeconds.push_back(threadSeconds() - before);
+    }
+    return out;
+}
+
+// Audio seconds per CPU second over the blocks [first, last).
+double realtimeFactor(const StereoOut& out, size_t first, size_t last) {
+    double cpu = 0;
+    for (size_t b = first; b < last; ++b) cpu += out.blockSeconds[b];
+    return double((last - first) * kBlock) / kRate / cpu;
+}
+
+::testing::AssertionResult identical(const std::vector<float>& a, const std::vector<float>& b) {
+    for (size_t i = 0; i < a.size(); ++i)
+        if (a[i] != b[i]) return ::testing::AssertionFailure() << "sample " << i << ": " << a[i] << " != " << b[i];
+    return ::testing::AssertionSuccess();
+}
+
+// Frames from the start of x until `share` of its energy has arrived.
+size_t energyLength(const std::vector<float>& x, double share) {
+    const double total = meanSquare(x, 0, x.size()) * double(x.size());
+    double sum = 0;
+    for (size_t i = 0; i < x.size(); ++i)
+        if ((sum += double(x[i]) * x[i]) >= share * total) return i + 1;
+    return x.size();
+}
+
+}  // namespace
+
+TEST(AmpSystem, CabinetSpreadsAnImpulseOverItsResponse) {
+    // The response to a click at one second, less the same run without it, so that the start-up
+    // settling of the DC block cancels.  Half a second after the click is longer than the cabinet.
+    const size_t at = kSecond, span = kSecond / 2;
+    std::vector<float> click(at + span, 0.0f), none(at + span, 0.0f);
+    click[at] = 0.1f;
+    size_t lengths[2];
+    double energies[2], lateShare[2];
+    for (int cabinet = 0; cabinet < 2; ++cabinet) {
+        const Settings settings = {{kCabinet, float(cabinet)}};
+        const StereoOut y = renderStereo(click, click, settings), y0 = renderStereo(none, none, settings);
+        EXPECT_TRUE(finiteAndBounded(y.left, 1.0f)) << cabinet;
+        std::vector<float> response(span);
+        for (size_t i = 0; i < span; ++i) response[i] = y.left[at + i] - y0.left[at + i];
+        lengths[cabinet] = energyLength(response, 0.999);
+        energies[cabinet] = meanSquare(response, 0, span) * double(span);
+        // 8192 taps at 44.1 kHz last 8916 frames at 48 kHz; allow for the filters ahead of it.
+        lateShare[cabinet] = meanSquare(response, 9500, span - 9500) * double(span - 9500) / energies[cabinet];
+    }
+    std::printf("Click of 0.1 at default controls: 99.9%% of the energy within %zu frames with the cabinet out,\n"
+                "  %zu frames (%.1f ms) with it in; energy %.3g / %.3g; share after 9500 frames %.2g / %.2g\n",
+                lengths[0], lengths[1], 1000.0 * double(lengths[1]) / kRate, energies[0], energies[1], lateShare[0],
+                lateShare[1]);
+    // Without the cabinet the amplifier's own filters ring briefly; the cabinet spreads the click
+    // over milliseconds and ends where its response ends.
+    EXPECT_LT(lengths[0], 960u);  // 20 ms
+    EXPECT_GT(lengths[1], 5 * lengths[0]);
+    EXPECT_LT(lateShare[1], 1e-6);
+}
+
+TEST(AmpSystem, StereoOffCopiesTheFirstChannelAndStereoOnRunsTwoEqualChains) {
+    const std::vector<float> guitar = riff(kSecond), other = sine(330.0, -12.0, kSecond);
+    // Off (the default): the second input is ignored and output 1 is output 0, bit for bit.
+    const StereoOut off = renderStereo(guitar, other, {});
+    EXPECT_TRUE(finiteAndBounded(off.left, 1.0f));
+    EXPECT_TRUE(identical(off.left, off.right));
+    for (float cpu : {0.0f, 1.0f}) {
+        // On: two separate buffers with the same samples give the same output from both chains...
+        const std::vector<float> copy = guitar;
+        const StereoOut on = renderStereo(guitar, copy, {{kStereo, 1.0f}, {kCPU, cpu}});
+        EXPECT_TRUE(finiteAndBounded(on.left, 1.0f)) << cpu;
+        EXPECT_TRUE(identical(on.left, on.right)) << cpu;
+        // The first chain does not care whether the second runs.
+        if (cpu == 0.0f) {
+            EXPECT_TRUE(identical(on.left, off.left));
+        }
+        // ...and with different inputs each chain follows its own input as the other would.
+        const StereoOut apart = renderStereo(guitar, other, {{kStereo, 1.0f}, {kCPU, cpu}});
+        const StereoOut swapped = renderStereo(other, guitar, {{kStereo, 1.0f}, {kCPU, cpu}});
+        EXPECT_TRUE(identical(apart.left, on.left)) << cpu;
+        EXPECT_TRUE(identical(swapped.right, on.left)) << cpu;
+        EXPECT_TRUE(identical(apart.right, swapped.left)) << cpu;
+        EXPECT_FALSE(identical(apart.left, apart.right)) << cpu;
+    }
+}
+
+TEST(AmpSystem, SilenceAfterTheTailAndNoSlowdownOnSilence) {
+    // Two seconds of riff, then three of silence.
+    std::vector<float> in = riff(2 * kSecond);
+    in.resize(5 * kSecond, 0.0f);
+    const StereoOut y = renderStereo(in, in, {{kGain, 1.0f}, {kInput, 1.0f}});
+    EXPECT_TRUE(finiteAndBounded(y.left, 2.0f));
+    // The cabinet lasts 0.19 s and the DC block's pole at 0.9995 needs 0.4 s more to bring a
+    // shift of the tubes' operating point under a millionth.
+    size_t lastLoud = 0;
+    for (size_t i = 0; i < y.left.size(); ++i)
+        if (std::fabs(y.left[i]) >= 1e-6f) lastLoud = i;
+    std::printf("Riff at full drive, then silence: the output stays under 1e-6 from %.3f s after the riff\n",
+                double(lastLoud + 1) / kRate - 2.0);
+    EXPECT_LT(lastLoud, 3 * kSecond);
+    // Blocks of signal (after the first quarter second) against blocks of settled silence.
+    const size_t perSecond = kSecond / kBlock;
+    const double signal = realtimeFactor(y, perSecond / 4, 2 * perSecond);
+    const double silence = realtimeFactor(y, 3 * perSecond, y.blockSeconds.size());
+    std::printf("  realtime factor on signal %.1f, on silence %.1f\n", signal, silence);
+    // Loose on purpose: a denormal storm costs ten times or more.
+    EXPECT_GT(silence, signal / 3.0);
+}
+
+TEST(AmpSystem, EverySwitchAndFactorWithKnobsAtTheEndsStaysFinite) {
+    // 3 factors x CPU x Cabinet x Stereo x knobs all at 0 or all at 1: 48 runs of the riff.
+    const size_t frames = 2 * kSecond;
+    const std::vector<float> in = riff(frames);
+    int runs = 0;
+    float peak = 0;
+    for (float factor : {0.0f, 0.5f, 1.0f})
+        for (int switches = 0; switches < 8; ++switches)
+            for (float knobs : {0.0f, 1.0f}) {
+                const Settings settings = {
+                    {kOversampling, factor},       {kCPU, float(switches & 1)}, {kCabinet, float((switches >> 1) & 1)},
+                    {kStereo, float(switches >> 2)}, {kGain, knobs},           {kFeedback, knobs},
+                    {kVol, knobs},                 {kInput, knobs}};
+                const StereoOut y = renderStereo(in, in, settings);
+                EXPECT_TRUE(finiteAndBounded(y.left, 1e30f)) << "factor " << factor << " switches " << switches << " knobs " << knobs;
+                EXPECT_TRUE(finiteAndBounded(y.right, 1e30f)) << "factor " << factor << " switches " << switches;
+                for (float x : y.left) peak = std::fmax(peak, std::fabs(x));
+                ++runs;
+            }
+    std::printf("%d runs of %.0f s of riff over every switch, factor and knob end: all finite, peak %.3f\n", runs,
+                double(frames) / kRate, peak);
+}
+
+TEST(AmpSystem, RealtimeFactorsAreReported) {
+    // Printed only: the figures belong to the build type and the machine.
+    const std::vector<float> in = riff(2 * kSecond);
+    const std::pair<const char*, Settings> cases[] = {{"defaults", {}},
+                                                       {"high CPU", {{kCPU, 1.0f}}},
+                                                       {"factor 8", {{kOversampling, 1.0f}}},
+                                                       {"stereo on", {{kStereo, 1.0f}}}};
+    std::printf("Realtime factors, 48 kHz, blocks of 256, 2 s of riff:");
+    for (const auto& c : cases) {
+        const StereoOut y = renderStereo(in, in, c.second);
+        std::printf(" %s %.1f;", c.first, realtimeFactor(y, 0, y.blockSeconds.size()));
+    }
+    std::printf("\n");
 }
