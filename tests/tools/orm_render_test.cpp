@@ -293,3 +293,21 @@ TEST_F(OrmRender, RunsACircuitBetweenTwoFilterGraphs) {
     }
     EXPECT_GT(peak, 0.01f);  // the stage amplifies the signal it gets
 }
+
+TEST_F(OrmRender, OversamplingPathIsTransparentAtEveryFactor) {
+    // A straight-line table between interpolator and decimator: unity gain at 1 kHz, whatever the
+    // factor the control sets (the rates of the graphs follow it at the first block).
+    const std::string system = std::string(ORM_SOURCE_DIR) + "/examples/oversampling.xml";
+    for (int factor : {2, 4, 8}) {
+        const std::string out = path("factor" + std::to_string(factor) + ".wav");
+        Result result = run("--system " + system + " --signal sine:1000:-6 --seconds 0.5 --block 100 --set Factor=" +
+                            std::to_string(factor) + " --out " + out);
+        ASSERT_EQ(0, result.status) << result.errors;
+        SF_INFO info;
+        auto channels = read(out, info);
+        ASSERT_EQ(24000u, channels.at(0).size());
+        for (float sample : channels[0]) ASSERT_TRUE(std::isfinite(sample));
+        const double gainDb = 20 * std::log10(amplitudeAt(channels[0], 12000, 4800, 1000, 48000) / std::pow(10.0, -6.0 / 20.0));
+        EXPECT_NEAR(0.0, gainDb, 0.1) << "factor " << factor;
+    }
+}
