@@ -8,6 +8,8 @@
 #include <random>
 #include <cstdio>
 #include <functional>
+#include <initializer_list>
+#include <utility>
 #include <tuple>
 #include <sstream>
 #include <stdexcept>
@@ -31,15 +33,15 @@ std::unique_ptr<WaveConvolver> makeWave(const Properties& properties) {
     return wave;
 }
 
+Properties props(std::initializer_list<std::pair<const char*, std::string>> values) {
+    Properties p;
+    for (const auto& [name, value] : values) p[name] = value;
+    return p;
+}
+
 Properties memoryProperties(const std::string& names = "ir", const std::string& scale = "false",
                             const std::string& gain = "1") {
-    Properties p;
-    p["Location"] = "Memory";
-    p["ImpulseResponses"] = names;
-    p["MaxIRSize"] = "8192";
-    p["Scale"] = scale;
-    p["Gain"] = gain;
-    return p;
+    return props({{"Location", "Memory"}, {"ImpulseResponses", names}, {"MaxIRSize", "8192"}, {"Scale", scale}, {"Gain", gain}});
 }
 
 void add(WaveConvolver& wave, const std::string& name, scalar rate, const std::vector<scalar>& samples) {
@@ -247,11 +249,7 @@ TEST(WaveConvolver, FileAndDllLocations) {
     std::string path = ::testing::TempDir() + "orm_wave_" + std::to_string(getpid()) + ".wav";
     writeFile(path, wav(formatBody(1, 2, 44100, 16), samples));
 
-    Properties p;
-    p["Location"] = "File";
-    p["ImpulseResponses"] = path;
-    p["MaxIRSize"] = "100";
-    auto wave = makeWave(p);
+    auto wave = makeWave(props({{"Location", "File"}, {"ImpulseResponses", path}, {"MaxIRSize", "100"}}));
     wave->setMaxBlockSize(32);
     wave->setSamplingRate(44100.0f);
     EXPECT_EQ(wave->getConvolver().getIRLength(), 3u);  // the zeros at the end are trimmed
@@ -265,12 +263,7 @@ TEST(WaveConvolver, FileAndDllLocations) {
     std::remove(path.c_str());
 
     // The element composes name, type and "|", which leaves the reader an empty name.
-    Properties d;
-    d["Location"] = "Dll";
-    d["ImpulseResponses"] = "CAB";
-    d["DllResourceType"] = "WAV";
-    d["MaxIRSize"] = "100";
-    auto dll = makeWave(d);
+    auto dll = makeWave(props({{"Location", "Dll"}, {"ImpulseResponses", "CAB"}, {"DllResourceType", "WAV"}, {"MaxIRSize", "100"}}));
     EXPECT_EQ(messageOf([&] { dll->setSamplingRate(44100.0f); }), "Could not locate Resource File ");
 }
 
