@@ -55,23 +55,18 @@ protected:
 
     void* parentHandle() const { return reinterpret_cast<void*>(uintptr_t(parent)); }
 
-    // Lets the editor handle what the server sent, until `done` holds (at most about 5 s).
-    void pump(OrmEditor& editor, const std::function<bool()>& done) {
-        for (int round = 0; round < 1000; ++round) {
+    // Lets the editor handle what the server sent, until `done` holds (at most about 5 s); with
+    // no condition, enough idle rounds for everything sent so far to be drawn.
+    void pump(OrmEditor& editor, const std::function<bool()>& done = nullptr) {
+        for (int round = 0; round < (done ? 1000 : 20); ++round) {
             XSync(display, False);
             editor.idle();
-            if (done()) return;
+            if (done && done()) return;
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
     }
-    // Enough idle rounds for everything sent so far to be drawn.
-    void settle(OrmEditor& editor) {
-        for (int round = 0; round < 20; ++round) {
-            XSync(display, False);
-            editor.idle();
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    }
+    void settle(OrmEditor& editor) { pump(editor); }
+    Screenshot shot() const { return grab(parent, 1000, 400); }
 
     void move(int x, int y) {
         XTestFakeMotionEvent(display, DefaultScreen(display), x, y, CurrentTime);
@@ -107,7 +102,7 @@ TEST_F(EditorWindow, ShowsTheValuesAndFollowsTheMouse) {
     settle(editor);
     EXPECT_EQ(threadCount(), threadsBefore);  // no thread of our own
 
-    Screenshot first = grab(parent, 1000, 400);
+    Screenshot first = shot();
     save(first, "editor.png");
     Difference d = compare(first, compose(host.parameters, 0));
     EXPECT_EQ(d.count, 0) << "differs in " << d.box.left << "," << d.box.top << " .. " << d.box.right << ","
@@ -138,7 +133,7 @@ TEST_F(EditorWindow, ShowsTheValuesAndFollowsTheMouse) {
     }
 
     settle(editor);
-    Screenshot moved = grab(parent, 1000, 400);
+    Screenshot moved = shot();
     save(moved, "editor-moved.png");
     d = compare(moved, compose(host.parameters, 0));
     EXPECT_EQ(d.count, 0);
@@ -146,7 +141,7 @@ TEST_F(EditorWindow, ShowsTheValuesAndFollowsTheMouse) {
     // The host's setParameter changes only the Feedback knob's square on screen.
     editor.setParameter(1, 0.1f);
     settle(editor);
-    Screenshot automated = grab(parent, 1000, 400);
+    Screenshot automated = shot();
     d = compare(moved, automated);
     EXPECT_GT(d.count, 100);
     EXPECT_GE(d.box.left, 369);
@@ -160,7 +155,7 @@ TEST_F(EditorWindow, ShowsTheValuesAndFollowsTheMouse) {
     XSync(display, False);
     ASSERT_TRUE(editor.open(parentHandle()));
     settle(editor);
-    Screenshot reopened = grab(parent, 1000, 400);
+    Screenshot reopened = shot();
     EXPECT_EQ(compare(reopened, automated).count, 0);
     editor.close();
 }
@@ -180,7 +175,7 @@ TEST_F(EditorWindow, DonateClickOpensThePageOnly) {
     EXPECT_NE(opened[0].find("/product.php?id=103#donate"), std::string::npos);
     EXPECT_TRUE(host.calls.empty());  // no automation, not even begin or end
     settle(editor);
-    Screenshot pressed = grab(parent, 1000, 400);
+    Screenshot pressed = shot();
     EXPECT_EQ(compare(pressed, compose(host.parameters, 1)).count, 0);  // the button's second picture
     editor.close();
     setUrlOpener(nullptr);
