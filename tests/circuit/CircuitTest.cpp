@@ -18,18 +18,7 @@ using namespace circuittest;
 
 namespace {
 
-std::string element(const std::string& type, const std::string& name, const std::string& properties,
-                    std::initializer_list<const char*> nodes) {
-    std::string text = "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/>";
-    for (const char* node : nodes) text += std::string("<Node Name=\"") + node + "\"/>";
-    return text + "</Element>";
-}
-
 const std::string kDC = R"(<Analysis Type="DC"><Solver Type="Linear"/></Analysis>)";
-
-std::string initMessage(const std::string& body) {
-    return messageOf([&] { parseCircuit(body)->init(); });
-}
 
 }  // namespace
 
@@ -148,12 +137,9 @@ TEST(Circuit, LookupTableAmpAndIdealAmplifiers) {
     float in[5] = {-2.0f, -0.75f, 0.25f, 0.6f, 5.0f};
     std::vector<float*> inputs{in};
     circuit->process(inputs, 5);
+    // Below the table, the flat first cell, two interpolated points, past the end.
     const float* out = circuit->getOutput(0);
-    EXPECT_FLOAT_EQ(out[0], -2.0f);  // below the table
-    EXPECT_FLOAT_EQ(out[1], -2.0f);  // the first cell is flat
-    EXPECT_FLOAT_EQ(out[2], 0.5f);
-    EXPECT_FLOAT_EQ(out[3], 1.2f);
-    EXPECT_FLOAT_EQ(out[4], 2.0f);  // past the end the last entry holds
+    EXPECT_EQ(std::vector<float>(out, out + 5), (std::vector<float>{-2.0f, -2.0f, 0.5f, 1.2f, 2.0f}));
     EXPECT_FLOAT_EQ(circuit->getOutput(1)[3], 1.8f);
     EXPECT_NEAR(circuit->getOutput(2)[3], 2.0f * (1.2f - 0.6f), 1e-5);
 }
@@ -214,65 +200,66 @@ TEST(Circuit, TriodeClampsThePlateAndTablesFollowTheFormula) {
     EXPECT_EQ(exact.current(-1.0f, 0.0f), 0.0f);
 }
 
+namespace {
+
+struct MessageCase {
+    std::string graph;
+    const char* message;
+};
+
+void expectMessages(const std::vector<MessageCase>& cases, bool init) {
+    for (const auto& c : cases)
+        EXPECT_EQ(messageOf([&] {
+                      auto circuit = parseCircuit(c.graph);
+                      if (init) circuit->init();
+                  }),
+                  c.message)
+            << c.graph;
+}
+
+const std::string R1 = element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"});
+
+}  // namespace
+
 TEST(CircuitMessages, Parser) {
-    const std::string body = element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"});
-    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Analysis Type="DC"/>)"); }), "No elements in graph C");
-    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Element Type="Resistor" Name=""><Node Name="a"/></Element>)"); }),
-              "Element name is not specified in graph C");
-    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Element Type="Resistor" Name="R1"><Node/></Element>)"); }),
-              "Element: R1. Node without a name.");
-    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Element Type="Resistor" Name="R1"><Properties Resistance="1"/></Element>)"); }),
-              "Element: R1. No Nodes specified.");
-    EXPECT_EQ(messageOf([] { parseCircuit(R"(<Element Type="Coil" Name="L1"><Node Name="a"/></Element>)"); }),
-              "Unknown element type: Coil");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + "<Output><Node/></Output>" + kDC); }), "Output Node without a name.");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body); }), "Analysis node is missing in the graph C");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + "<Analysis/>"); }), "Analysis Type attribute is missing in the graph C");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="TRAN"/>)"); }),
-              "Invalid analysis Type attribute TRAN in the graph C");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="AC"/>)"); }),
-              "InitialCondition node is missing in the graph C");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition/></Analysis>)"); }),
-              "InitialCondition Type attribute is missing in the graph C");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition Type="Rest"/></Analysis>)"); }),
-              "Invalid InitialCondition Type attribute Rest in the graph C");
-    EXPECT_EQ(messageOf([&] {
-                  parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition Type="OperatingPoint"/></Analysis>)");
-              }),
-              "InitialCondition Solver is not defined.");
-    EXPECT_EQ(messageOf([&] {
-                  parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition Type="OperatingPoint"><Solver/></InitialCondition></Analysis>)");
-              }),
-              "InitialCondition Solver type is not defined.");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="DC"/>)"); }), "Analysis Solver is not defined.");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="DC"><Solver/></Analysis>)"); }),
-              "Analysis Solver type is not defined.");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="DC"><Solver Type="Gauss"/></Analysis>)"); }),
-              "Unknown solver type: Gauss");
-    EXPECT_EQ(messageOf([&] { parseCircuit(body + R"(<Analysis Type="DC"><Solver Type="NewtonRaphson"/></Analysis>)"); }),
-              "InitilaCondition Solver's properties are not defined.");
-    // Ignored parts: DC with an InitialCondition, Zero with a solver inside, Linear with Properties.
-    EXPECT_EQ(messageOf([&] {
-                  parseCircuit(body + R"(<Analysis Type="DC"><InitialCondition Type="Rest"/><Solver Type="Linear"><Properties/></Solver></Analysis>)");
-                  parseCircuit(body + R"(<Analysis Type="AC"><InitialCondition Type="Zero"><Solver Type="Gauss"/></InitialCondition><Solver Type="Linear"/></Analysis>)");
-              }),
-              "");
+    auto dc = [](const std::string& inside) { return R1 + R"(<Analysis Type="DC">)" + inside + "</Analysis>"; };
+    auto ac = [](const std::string& inside) { return R1 + R"(<Analysis Type="AC">)" + inside + "</Analysis>"; };
+    expectMessages(
+        {
+            {R"(<Analysis Type="DC"/>)", "No elements in graph C"},
+            {R"(<Element Type="Resistor" Name=""><Node Name="a"/></Element>)", "Element name is not specified in graph C"},
+            {R"(<Element Type="Resistor" Name="R1"><Node/></Element>)", "Element: R1. Node without a name."},
+            {R"(<Element Type="Resistor" Name="R1"><Properties Resistance="1"/></Element>)", "Element: R1. No Nodes specified."},
+            {R"(<Element Type="Coil" Name="L1"><Node Name="a"/></Element>)", "Unknown element type: Coil"},
+            {R1 + "<Output><Node/></Output>" + kDC, "Output Node without a name."},
+            {R1, "Analysis node is missing in the graph C"},
+            {R1 + "<Analysis/>", "Analysis Type attribute is missing in the graph C"},
+            {R1 + R"(<Analysis Type="TRAN"/>)", "Invalid analysis Type attribute TRAN in the graph C"},
+            {R1 + R"(<Analysis Type="AC"/>)", "InitialCondition node is missing in the graph C"},
+            {ac("<InitialCondition/>"), "InitialCondition Type attribute is missing in the graph C"},
+            {ac(R"(<InitialCondition Type="Rest"/>)"), "Invalid InitialCondition Type attribute Rest in the graph C"},
+            {ac(R"(<InitialCondition Type="OperatingPoint"/>)"), "InitialCondition Solver is not defined."},
+            {ac(R"(<InitialCondition Type="OperatingPoint"><Solver/></InitialCondition>)"),
+             "InitialCondition Solver type is not defined."},
+            {R1 + R"(<Analysis Type="DC"/>)", "Analysis Solver is not defined."},
+            {dc("<Solver/>"), "Analysis Solver type is not defined."},
+            {dc(R"(<Solver Type="Gauss"/>)"), "Unknown solver type: Gauss"},
+            {dc(R"(<Solver Type="NewtonRaphson"/>)"), "InitilaCondition Solver's properties are not defined."},
+            // Ignored parts: DC with an InitialCondition, Zero with a solver inside, Linear with Properties.
+            {dc(R"(<InitialCondition Type="Rest"/><Solver Type="Linear"><Properties/></Solver>)"), ""},
+            {ac(R"(<InitialCondition Type="Zero"><Solver Type="Gauss"/></InitialCondition><Solver Type="Linear"/>)"), ""},
+        },
+        false);
 }
 
 TEST(CircuitMessages, ContextAndCircuit) {
-    EXPECT_EQ(initMessage(element("Resistor", "R1", "Resistance=\"1\"", {"0", "GND"}) + kDC), "No MNA nodes.");
-    EXPECT_EQ(initMessage(element("Battery", "B1", "Voltage=\"1\"", {"0", "GND"}) + kDC), "No MNA nodes.");
-    EXPECT_EQ(messageOf([] {
-                  parseCircuit(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) +
-                               element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) + kDC);
-              }),
-              "Duplicate component name: R1");
-    EXPECT_EQ(initMessage(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) + "<Output><Node Name=\"GND\"/></Output>" + kDC),
-              "Output node with name GND does not exist.");
-    EXPECT_EQ(initMessage(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) +
-                          R"(<Analysis Type="AC"><InitialCondition Type="User"/><Solver Type="Linear"/></Analysis>)"),
-              "Invalid initial condition for Circuit C");
-    auto circuit = parseCircuit(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) + kDC);
+    expectMessages({{element("Battery", "B1", "Voltage=\"1\"", {"0", "GND"}) + kDC, "No MNA nodes."},
+                    {R1 + R1 + kDC, "Duplicate component name: R1"},
+                    {R1 + "<Output><Node Name=\"GND\"/></Output>" + kDC, "Output node with name GND does not exist."},
+                    {R1 + R"(<Analysis Type="AC"><InitialCondition Type="User"/><Solver Type="Linear"/></Analysis>)",
+                     "Invalid initial condition for Circuit C"}},
+                   true);
+    auto circuit = parseCircuit(R1 + kDC);
     std::vector<float*> none;
     EXPECT_EQ(messageOf([&] { circuit->process(none, none, 1); }), "Circuit is not initialized. Circuit Name: C");
     circuit->init();
@@ -285,62 +272,57 @@ TEST(CircuitMessages, ContextAndCircuit) {
               "Cannot add components after the context was initialized");
 }
 
-TEST(CircuitMessages, Components) {
-    auto message = [](const std::string& e) { return messageOf([&] { parseCircuit(e + kDC); }); };
-    EXPECT_EQ(message(element("Resistor", "R1", "", {"a", "GND"})), "Resistance is not defined. Resistor name=R1");
-    EXPECT_EQ(message(element("Resistor", "R1", "Resistance=\"-2\"", {"a", "GND"})),
-              "Resistance cannot be negative. Resistor name=R1, value=-2");
-    EXPECT_EQ(message(element("Capacitor", "C1", "", {"a", "GND"})), "Capacitance is not defined. Capacitor name=C1");
-    EXPECT_EQ(message(element("Potentiometer", "P1", "Resistance=\"0\" Wiper=\"0.5\"", {"a", "b", "c"})),
-              "Resistance cannot be negative or zero. Potentiometer name=P1, value=0");
-    EXPECT_EQ(message(element("Potentiometer", "P1", "Resistance=\"1\"", {"a", "b", "c"})),
-              "Wiper is not defined. Potentiometer name=P1");
-    EXPECT_EQ(message(element("Battery", "B1", "Voltage=\"1\"", {"a"})), "Battery must have two nodes");
-    EXPECT_EQ(message(element("Battery", "B1", "", {"a", "GND"})), "Voltage is not defined. Battery name=B1");
-    EXPECT_EQ(message(element("VoltageInputSource", "V1", "", {"a", "GND"})),
-              "InputNumber is not defined. VoltageInputSource name=V1");
-    EXPECT_EQ(message(element("IdealAmplifier", "A1", "Gain=\"1\"", {"a", "GND"})),
-              "IdealAmplifier cannot have a grounded node. IdealAmplifier name=A1");
-    EXPECT_EQ(message(element("IdealDifferentialAmplifier", "A1", "Gain=\"1\"", {"a", "b"})),
-              "IdealDifferentialAmplifier must have three nodes");
-    EXPECT_EQ(message(element("OpAmp", "U1", "Gain=\"1\"", {"a", "0", "c"})), "OpAmp cannot have a grounded node. OpAmp name=U1");
-    EXPECT_EQ(message(element("OpAmp", "U1", "", {"a", "b", "c"})), "Gain is not defined. OpAmp name=U1");
-    EXPECT_EQ(message(element("LookupTableAmp", "L1", "VinMin=\"0\" VinMax=\"1\" DeltaV=\"0\"", {"a", "b"})),
-              "DeltaV must be greater than 0. LookupTableAmp name=L1");
-    EXPECT_EQ(message(element("Triode", "V1", "Type=\"12AU7\"", {"p", "g", "k"})), "Invalid built-in triode type: 12AU7");
-    EXPECT_EQ(message(element("Pentode", "V1", "Type=\"EL84\"", {"p", "s", "g", "k"})), "Invalid built-in pentode type: EL84");
-    EXPECT_EQ(message(element("Triode", "V1", "Vct=\"0\" Kp=\"600\" Kvb=\"300\" mu=\"100\" Ex=\"1.4\"", {"p", "g", "k"})),
-              "NKTriodeAnodeCurrent: Kg is not defined.");
-    EXPECT_EQ(message(element("Triode", "V1", "Type=\"12AX7\" mu=\"-1\"", {"p", "g", "k"})),
-              "Triode: mu must be greater than or equal to 0. mu=-1");
-    EXPECT_EQ(message(element("Triode", "V1", "Type=\"12AX7\" VgkMin=\"5\"", {"p", "g", "k"})),
-              "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=5");
-    EXPECT_EQ(message(element("Triode", "V1",
-                              "Vct=\"0\" Kp=\"600\" Kvb=\"300\" mu=\"100\" Ex=\"1.4\" Kg=\"1060\" Vc=\"0.5\" Igc=\"1e-4\" "
-                              "DoNotInterpolate=\"true\"",
-                              {"p", "g", "k"})),
-              "PowerLawGridCurrent: A is not defined.");
-    EXPECT_EQ(message(element("Pentode", "V1", "Type=\"KT66\" Kg2=\"-3\"", {"p", "s", "g", "k"})),
-              "Triode: Kg2 must be greater than or equal to 0. Kg2=-3");
-}
-
-TEST(CircuitMessages, Solvers) {
-    auto message = [](const std::string& solver) {
-        return messageOf([&] {
-            parseCircuit(element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"}) + "<Analysis Type=\"DC\">" + solver +
-                         "</Analysis>");
-        });
+TEST(CircuitMessages, ComponentsAndSolvers) {
+    const std::vector<const char*> pgk = {"p", "g", "k"}, psgk = {"p", "s", "g", "k"}, two = {"a", "GND"},
+                                             three = {"a", "b", "c"};
+    struct Row {
+        const char *type, *properties;
+        std::vector<const char*> nodes;
+        const char* message;
+    } const rows[] = {
+        {"Resistor", "", two, "Resistance is not defined. Resistor name=X1"},
+        {"Resistor", "Resistance=\"-2\"", two, "Resistance cannot be negative. Resistor name=X1, value=-2"},
+        {"Capacitor", "", two, "Capacitance is not defined. Capacitor name=X1"},
+        {"Potentiometer", "Resistance=\"0\" Wiper=\"0.5\"", three,
+         "Resistance cannot be negative or zero. Potentiometer name=X1, value=0"},
+        {"Potentiometer", "Resistance=\"1\"", three, "Wiper is not defined. Potentiometer name=X1"},
+        {"Battery", "Voltage=\"1\"", {"a"}, "Battery must have two nodes"},
+        {"Battery", "", two, "Voltage is not defined. Battery name=X1"},
+        {"VoltageInputSource", "", two, "InputNumber is not defined. VoltageInputSource name=X1"},
+        {"IdealAmplifier", "Gain=\"1\"", two, "IdealAmplifier cannot have a grounded node. IdealAmplifier name=X1"},
+        {"IdealDifferentialAmplifier", "Gain=\"1\"", {"a", "b"}, "IdealDifferentialAmplifier must have three nodes"},
+        {"OpAmp", "Gain=\"1\"", {"a", "0", "c"}, "OpAmp cannot have a grounded node. OpAmp name=X1"},
+        {"OpAmp", "", three, "Gain is not defined. OpAmp name=X1"},
+        {"LookupTableAmp", "VinMin=\"0\" VinMax=\"1\" DeltaV=\"0\"", {"a", "b"},
+         "DeltaV must be greater than 0. LookupTableAmp name=X1"},
+        {"Triode", "Type=\"12AU7\"", pgk, "Invalid built-in triode type: 12AU7"},
+        {"Pentode", "Type=\"EL84\"", psgk, "Invalid built-in pentode type: EL84"},
+        {"Triode", "Vct=\"0\" Kp=\"600\" Kvb=\"300\" mu=\"100\" Ex=\"1.4\"", pgk, "NKTriodeAnodeCurrent: Kg is not defined."},
+        {"Triode", "Type=\"12AX7\" mu=\"-1\"", pgk, "Triode: mu must be greater than or equal to 0. mu=-1"},
+        {"Triode", "Type=\"12AX7\" VgkMin=\"5\"", pgk, "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=5"},
+        {"Triode",
+         "Vct=\"0\" Kp=\"600\" Kvb=\"300\" mu=\"100\" Ex=\"1.4\" Kg=\"1060\" Vc=\"0.5\" Igc=\"1e-4\" DoNotInterpolate=\"true\"",
+         pgk, "PowerLawGridCurrent: A is not defined."},
+        {"Pentode", "Type=\"KT66\" Kg2=\"-3\"", psgk, "Triode: Kg2 must be greater than or equal to 0. Kg2=-3"},
     };
-    EXPECT_EQ(message(R"(<Solver Type="NewtonRaphson"><Properties AbsoluteTollerance="1" MaxIterations="1"/></Solver>)"),
-              "NewtonSolver: RelativeTollerance is not defined.");
-    EXPECT_EQ(message(R"(<Solver Type="NewtonRaphson"><Properties RelativeTollerance="1" AbsoluteTollerance="1" MaxIterations="1" Relaxation="1.5"/></Solver>)"),
-              "NewtonSolver: Relaxation must be greater than 0 and less than or equal to 1. InitialRelaxation=1.5");
-    EXPECT_EQ(message(R"(<Solver Type="NewtonRaphson"><Properties RelativeTollerance="1" AbsoluteTollerance="1" MaxIterations="0"/></Solver>)"),
-              "NewtonSolver: MaxIterations must be greater than 0. MaxIterations=0");
-    EXPECT_EQ(message(R"(<Solver Type="SimplifiedNewton"><Properties RelativeTollerance="-1" AbsoluteTollerance="1" MaxIterations="1"/></Solver>)"),
-              "SimplifiedNewtonSolver: RelativeTollerance must be greater than 0. relativeTollerance=-1");
-    EXPECT_EQ(message(R"(<Solver Type="SuccessiveApproximations"><Properties RelativeTollerance="1" AbsoluteTollerance="1" InitialRelaxation="1" MinRelaxation="1" MaxRelaxation="1" Growth="1" MaxIterations="1"/></Solver>)"),
-              "SuccessiveApproximations: Reduction is not defined.");
+    std::vector<MessageCase> cases;
+    for (const Row& r : rows) cases.push_back({element(r.type, "X1", r.properties, r.nodes) + kDC, r.message});
+    auto solver = [](const char* type, const std::string& properties) {
+        return R1 + "<Analysis Type=\"DC\"><Solver Type=\"" + type + "\"><Properties " + properties + "/></Solver></Analysis>";
+    };
+    const std::string tolerances = "RelativeTollerance=\"1\" AbsoluteTollerance=\"1\" ";
+    cases.push_back({solver("NewtonRaphson", "AbsoluteTollerance=\"1\" MaxIterations=\"1\""),
+                     "NewtonSolver: RelativeTollerance is not defined."});
+    cases.push_back({solver("NewtonRaphson", tolerances + "MaxIterations=\"1\" Relaxation=\"1.5\""),
+                     "NewtonSolver: Relaxation must be greater than 0 and less than or equal to 1. InitialRelaxation=1.5"});
+    cases.push_back({solver("NewtonRaphson", tolerances + "MaxIterations=\"0\""),
+                     "NewtonSolver: MaxIterations must be greater than 0. MaxIterations=0"});
+    cases.push_back({solver("SimplifiedNewton", "RelativeTollerance=\"-1\" AbsoluteTollerance=\"1\" MaxIterations=\"1\""),
+                     "SimplifiedNewtonSolver: RelativeTollerance must be greater than 0. relativeTollerance=-1"});
+    cases.push_back({solver("SuccessiveApproximations", tolerances + "InitialRelaxation=\"1\" MinRelaxation=\"1\" "
+                                                                     "MaxRelaxation=\"1\" Growth=\"1\" MaxIterations=\"1\""),
+                     "SuccessiveApproximations: Reduction is not defined."});
+    expectMessages(cases, false);
     EXPECT_EQ(messageOf([] { vrn::NewtonSolver().init(nullptr); }),
               "NewtonSolver: Properties must be set before calling init().");
     std::vector<float> x;

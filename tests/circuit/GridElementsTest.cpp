@@ -11,42 +11,25 @@ using namespace circuittest;
 
 namespace {
 
-std::string element(const std::string& type, const std::string& name, const std::string& properties,
-                    std::initializer_list<const char*> nodes) {
-    std::string text = "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/>";
-    for (const char* node : nodes) text += std::string("<Node Name=\"") + node + "\"/>";
-    return text + "</Element>";
-}
-
 const std::string kNewtonDC =
     R"(<Analysis Type="DC"><Solver Type="NewtonRaphson"><Properties RelativeTollerance="1e-7" AbsoluteTollerance="1e-7" MaxIterations="200"/></Solver></Analysis>)";
 
 }  // namespace
 
 TEST(GridElements, ClampHoldsTheGridAtTheDriveButNotAboveTheCathode) {
-    auto circuit = parseCircuit(element("VoltageInputSource", "Vin", "InputNumber=\"0\"", {"in", "GND"}) +
-                                element("Battery", "Bk", "Voltage=\"0.5\"", {"k", "GND"}) +
-                                element("GridClamp", "Clamp", "", {"g", "in", "k"}) +
-                                element("Resistor", "R1", "Resistance=\"1000\"", {"g", "x"}) +
-                                element("Resistor", "R2", "Resistance=\"1000\"", {"x", "GND"}) +
-                                "<Output><Node Name=\"g\"/></Output>" + kNewtonDC);
-    circuit->init();
-    const std::vector<float> out = run(*circuit, {-2.0f, 0.25f, 0.5f, 0.75f, 40.0f});
-    EXPECT_FLOAT_EQ(-2.0f, out[0]);
-    EXPECT_FLOAT_EQ(0.25f, out[1]);
-    EXPECT_FLOAT_EQ(0.5f, out[2]);
-    EXPECT_FLOAT_EQ(0.5f, out[3]);
-    EXPECT_FLOAT_EQ(0.5f, out[4]);
-
-    // An offset moves the ceiling; a grounded grid is refused.
-    auto offset = parseCircuit(element("VoltageInputSource", "Vin", "InputNumber=\"0\"", {"in", "GND"}) +
-                               element("Battery", "Bk", "Voltage=\"0.5\"", {"k", "GND"}) +
-                               element("GridClamp", "Clamp", "Offset=\"0.25\"", {"g", "in", "k"}) +
-                               element("Resistor", "R", "Resistance=\"1000\"", {"g", "x"}) +
-                               element("Resistor", "R2", "Resistance=\"1000\"", {"x", "GND"}) +
-                               "<Output><Node Name=\"g\"/></Output>" + kNewtonDC);
-    offset->init();
-    EXPECT_FLOAT_EQ(0.75f, run(*offset, {3.0f})[0]);
+    // The grid follows the drive up to the cathode (0.5 V) plus the offset; a grounded grid is refused.
+    auto clamp = [](const std::string& offset) {
+        auto circuit = parseCircuit(element("VoltageInputSource", "Vin", "InputNumber=\"0\"", {"in", "GND"}) +
+                                    element("Battery", "Bk", "Voltage=\"0.5\"", {"k", "GND"}) +
+                                    element("GridClamp", "Clamp", offset, {"g", "in", "k"}) +
+                                    element("Resistor", "R1", "Resistance=\"1000\"", {"g", "x"}) +
+                                    element("Resistor", "R2", "Resistance=\"1000\"", {"x", "GND"}) +
+                                    "<Output><Node Name=\"g\"/></Output>" + kNewtonDC);
+        circuit->init();
+        return circuit;
+    };
+    EXPECT_EQ(run(*clamp(""), {-2.0f, 0.25f, 0.5f, 0.75f, 40.0f}), (std::vector<float>{-2.0f, 0.25f, 0.5f, 0.5f, 0.5f}));
+    EXPECT_FLOAT_EQ(0.75f, run(*clamp("Offset=\"0.25\""), {3.0f})[0]);
     EXPECT_NE("", messageOf([] { parseCircuit(element("GridClamp", "Clamp", "", {"GND", "in", "k"}) + kNewtonDC); }));
     EXPECT_NE("", messageOf([] { parseCircuit(element("GridClamp", "Clamp", "", {"g", "in"}) + kNewtonDC); }));
 }

@@ -97,53 +97,47 @@ inline std::string spiceStep(double amplitude, double rate) {
 
 inline bool haveNgspice() { return std::system("ngspice --version > /dev/null 2>&1") == 0; }
 
+// Runs a batch deck whose control block writes lines into `out` (its own path substituted
+// for @OUT@); returns the last number of each line, empty when ngspice fails.
+inline std::vector<double> ngspiceRun(const std::string& deck) {
+    std::string base = "/tmp/orm_circuit_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
+    std::string text = deck;
+    for (size_t at; (at = text.find("@OUT@")) != std::string::npos;) text.replace(at, 5, base + ".txt");
+    std::ofstream(base + ".cir") << "* orm circuit test\n" << text << "quit\n.endc\n.end\n";
+    std::vector<double> values;
+    if (std::system(("ngspice -b " + base + ".cir > " + base + ".log 2>&1").c_str()) == 0) {
+        std::ifstream data(base + ".txt");
+        std::string first;
+        double v;
+        while (data >> first >> v) values.push_back(v);
+    }
+    for (const char* ext : {".cir", ".txt", ".log"}) std::remove((base + ext).c_str());
+    return values;
+}
+
 // Transient analysis with trapezoidal integration, the step fixed to the sample period, the
-// node sampled on that grid; n samples of node.  Empty when ngspice fails.
+// node sampled on that grid; n samples of node.
 inline std::vector<double> ngspiceTransient(const std::string& netlist, const std::string& node, double rate,
                                             size_t n) {
-    std::string base = "/tmp/orm_circuit_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
     double period = 1.0 / rate;
-    {
-        std::ofstream file(base + ".cir");
-        file << "* orm circuit test\n" << netlist << "\n.options method=trap\n"
-             << ".tran " << number(period) << " " << number(period * static_cast<double>(n - 1)) << " 0 "
-             << number(period) << "\n.control\nrun\nlinearize v(" << node << ")\nwrdata " << base << ".txt v(" << node
-             << ")\nquit\n.endc\n.end\n";
-    }
-    std::string command = "ngspice -b " + base + ".cir > " + base + ".log 2>&1";
-    std::vector<double> values;
-    if (std::system(command.c_str()) == 0) {
-        std::ifstream data(base + ".txt");
-        double t, v;
-        while (data >> t >> v) values.push_back(v);
-    }
-    std::remove((base + ".cir").c_str());
-    std::remove((base + ".txt").c_str());
-    std::remove((base + ".log").c_str());
-    return values;
+    return ngspiceRun(netlist + "\n.options method=trap\n.tran " + number(period) + " " +
+                      number(period * static_cast<double>(n - 1)) + " 0 " + number(period) +
+                      "\n.control\nrun\nlinearize v(" + node + ")\nwrdata @OUT@ v(" + node + ")\n");
 }
 
 // The operating point of the listed nodes.
 inline std::vector<double> ngspiceOperatingPoint(const std::string& netlist, const std::vector<std::string>& nodes) {
-    std::string base = "/tmp/orm_circuit_op_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
-    {
-        std::ofstream file(base + ".cir");
-        file << "* orm circuit test\n" << netlist << "\n.control\nop\n";
-        for (const std::string& node : nodes) file << "echo " << node << " $&v(" << node << ") >> " << base << ".txt\n";
-        file << "quit\n.endc\n.end\n";
-    }
-    std::string command = "ngspice -b " + base + ".cir > " + base + ".log 2>&1";
-    std::vector<double> values;
-    if (std::system(command.c_str()) == 0) {
-        std::ifstream data(base + ".txt");
-        std::string name;
-        double v;
-        while (data >> name >> v) values.push_back(v);
-    }
-    std::remove((base + ".cir").c_str());
-    std::remove((base + ".txt").c_str());
-    std::remove((base + ".log").c_str());
-    return values;
+    std::string deck = netlist + "\n.control\nop\n";
+    for (const std::string& node : nodes) deck += "echo " + node + " $&v(" + node + ") >> @OUT@\n";
+    return ngspiceRun(deck);
+}
+
+// One element of a netlist: <Element Type Name><Properties .../><Node/>...</Element>.
+inline std::string element(const std::string& type, const std::string& name, const std::string& properties,
+                           const std::vector<const char*>& nodes) {
+    std::string text = "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/>";
+    for (const char* node : nodes) text += std::string("<Node Name=\"") + node + "\"/>";
+    return text + "</Element>";
 }
 
 struct Agreement {

@@ -7,6 +7,10 @@
 #include <complex>
 #include <random>
 #include <cstdio>
+#include <functional>
+#include <initializer_list>
+#include <utility>
+#include <tuple>
 #include <sstream>
 #include <stdexcept>
 
@@ -29,15 +33,15 @@ std::unique_ptr<WaveConvolver> makeWave(const Properties& properties) {
     return wave;
 }
 
+Properties props(std::initializer_list<std::pair<const char*, std::string>> values) {
+    Properties p;
+    for (const auto& [name, value] : values) p[name] = value;
+    return p;
+}
+
 Properties memoryProperties(const std::string& names = "ir", const std::string& scale = "false",
                             const std::string& gain = "1") {
-    Properties p;
-    p["Location"] = "Memory";
-    p["ImpulseResponses"] = names;
-    p["MaxIRSize"] = "8192";
-    p["Scale"] = scale;
-    p["Gain"] = gain;
-    return p;
+    return props({{"Location", "Memory"}, {"ImpulseResponses", names}, {"MaxIRSize", "8192"}, {"Scale", scale}, {"Gain", gain}});
 }
 
 void add(WaveConvolver& wave, const std::string& name, scalar rate, const std::vector<scalar>& samples) {
@@ -50,6 +54,13 @@ std::vector<scalar> run(WaveConvolver& wave, std::vector<scalar> in) {
     wave.process(inputs, in.size());
     const scalar* out = wave.getOutput(0);
     return std::vector<scalar>(out, out + in.size());
+}
+
+std::vector<scalar> randomBlock(std::mt19937& random, size_t n) {
+    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    std::vector<scalar> v(n);
+    for (auto& x : v) x = uniform(random);
+    return v;
 }
 
 std::vector<scalar> impulse(size_t n) {
@@ -119,11 +130,9 @@ TEST(WaveConvolver, UnitImpulseResponsePassesTheInput) {
     wave->setSamplingRate(48000.0f);
     EXPECT_EQ(wave->getConvolver().getIRLength(), 1u);
     std::mt19937 random(3);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
     double worst = 0.0;
     for (size_t frames : {256u, 17u, 1u, 200u, 256u}) {
-        std::vector<scalar> in(frames);
-        for (auto& x : in) x = uniform(random);
+        std::vector<scalar> in = randomBlock(random, frames);
         auto out = run(*wave, in);
         for (size_t i = 0; i < frames; ++i) worst = std::max(worst, static_cast<double>(std::fabs(out[i] - in[i])));
     }
@@ -240,18 +249,13 @@ TEST(WaveConvolver, FileAndDllLocations) {
     std::string path = ::testing::TempDir() + "orm_wave_" + std::to_string(getpid()) + ".wav";
     writeFile(path, wav(formatBody(1, 2, 44100, 16), samples));
 
-    Properties p;
-    p["Location"] = "File";
-    p["ImpulseResponses"] = path;
-    p["MaxIRSize"] = "100";
-    auto wave = makeWave(p);
+    auto wave = makeWave(props({{"Location", "File"}, {"ImpulseResponses", path}, {"MaxIRSize", "100"}}));
     wave->setMaxBlockSize(32);
     wave->setSamplingRate(44100.0f);
     EXPECT_EQ(wave->getConvolver().getIRLength(), 3u);  // the zeros at the end are trimmed
     auto out = run(*wave, impulse(4));
-    EXPECT_NEAR(out[0], 0.5f, 1e-7);
-    EXPECT_NEAR(out[1], -0.25f, 1e-7);
-    EXPECT_NEAR(out[2], 0.125f, 1e-7);
+    const float fromFile[3] = {0.5f, -0.25f, 0.125f};
+    for (size_t i = 0; i < 3; ++i) EXPECT_NEAR(out[i], fromFile[i], 1e-7) << i;
     // Another rate resamples the file's response.
     wave->setSamplingRate(88200.0f);
     EXPECT_LE(wave->getConvolver().getIRLength(), 16u);
@@ -259,38 +263,36 @@ TEST(WaveConvolver, FileAndDllLocations) {
     std::remove(path.c_str());
 
     // The element composes name, type and "|", which leaves the reader an empty name.
-    Properties d;
-    d["Location"] = "Dll";
-    d["ImpulseResponses"] = "CAB";
-    d["DllResourceType"] = "WAV";
-    d["MaxIRSize"] = "100";
-    auto dll = makeWave(d);
+    auto dll = makeWave(props({{"Location", "Dll"}, {"ImpulseResponses", "CAB"}, {"DllResourceType", "WAV"}, {"MaxIRSize", "100"}}));
     EXPECT_EQ(messageOf([&] { dll->setSamplingRate(44100.0f); }), "Could not locate Resource File ");
 }
 
 TEST(WaveConvolver, Messages) {
     WaveConvolver wave;
+    // Each row adds a property to those before it.
+    const std::tuple<const char*, const char*, const char*> steps[] = {
+        {"", "", "WaveConvolver: ImpulseResponses is not defined. WaveConvolver name=WV"},
+        {"ImpulseResponses", "a|b", "WaveConvolver: Missing Location property."},
+        {"Location", "memory", "WaveConvolver: Invalid Location property memory"},
+        {"Location", "Dll", "WaveConvolver: Missing DllResourceType property."},
+        {"Location", "Memory", "MaxIRSize is not defined. Convolver name=WV"},
+    };
     Properties p;
-    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }),
-              "WaveConvolver: ImpulseResponses is not defined. WaveConvolver name=WV");
-    p["ImpulseResponses"] = "a|b";
-    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), "WaveConvolver: Missing Location property.");
+    for (const auto& [name, value, message] : steps) {
+        if (*name) p[name] = value;
+        EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), message);
+    }
     p["Location"] = "memory";
-    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), "WaveConvolver: Invalid Location property memory");
     EXPECT_THROW(wave.init("WV", p, noContext), InvalidArgumentException);
-    p["Location"] = "Dll";
-    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), "WaveConvolver: Missing DllResourceType property.");
-    p["Location"] = "Memory";
-    EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), "MaxIRSize is not defined. Convolver name=WV");
-    EXPECT_EQ(messageOf([&] { wave.init("WV", noContext); }),
-              "WaveConvolver: init(name, context) is not yet implemented.");
-    EXPECT_EQ(messageOf([&] { wave.process(std::make_shared<std::vector<scalar>>(1), 0, 0); }),
-              "WaveConvolver: Iteration is not supported.");
-    EXPECT_EQ(messageOf([&] { wave.getLastIterationResults(); }),
-              "WaveConvolver: getLastIterationResults is not supported.");
-    EXPECT_EQ(messageOf([&] { wave.endIteration(0); }), "WaveConvolver: endIteration is not supported.");
+    const std::pair<std::function<void()>, const char*> calls[] = {
+        {[&] { wave.init("WV", noContext); }, "WaveConvolver: init(name, context) is not yet implemented."},
+        {[&] { wave.process(std::make_shared<std::vector<scalar>>(1), 0, 0); }, "WaveConvolver: Iteration is not supported."},
+        {[&] { wave.getLastIterationResults(); }, "WaveConvolver: getLastIterationResults is not supported."},
+        {[&] { wave.endIteration(0); }, "WaveConvolver: endIteration is not supported."},
+        {[&] { wave.getOutput(2); }, "Convolver: Invalid output index: 2"},
+    };
+    for (const auto& [call, message] : calls) EXPECT_EQ(messageOf(call), message);
     EXPECT_THROW(wave.process(1.0f), OperationNotSupportedException);
-    EXPECT_EQ(messageOf([&] { wave.getOutput(2); }), "Convolver: Invalid output index: 2");
 }
 
 TEST(WaveConvolver, FileResponseEndToEndThroughTheDriver) {
@@ -333,12 +335,10 @@ TEST(WaveConvolver, FileResponseEndToEndThroughTheDriver) {
     driver->setMaxBlockSize(256);
 
     std::mt19937 random(11);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
     std::vector<double> input;
     double worst = 0.0;
     for (size_t frames : {256u, 100u, 7u, 256u}) {
-        std::vector<scalar> in(frames);
-        for (auto& x : in) x = uniform(random);
+        std::vector<scalar> in = randomBlock(random, frames);
         std::vector<scalar*> inputs{in.data()};
         driver->process(inputs, frames);
         const scalar* out = driver->getOutputs()[0];

@@ -30,153 +30,109 @@ struct Listener : CControlListener {
     void controlEndEdit(CControl*) override { events.push_back("end"); }
 };
 
-// The pictures come from the resource table this program carries (tests/editor/resources.list).
-class Widgets : public ::testing::Test {};
+void press(CControl* c, CPoint at) {
+    c->onMouseDown(at, kLButton);
+    c->onMouseUp(at, 0);
+}
 
 }  // namespace
 
-TEST_F(Widgets, FrameForValueIsTheNearest) {
-    EXPECT_EQ(frameForValue(0.0f, 101), 0);
-    EXPECT_EQ(frameForValue(1.0f, 101), 100);
-    EXPECT_EQ(frameForValue(0.5f, 101), 50);
-    EXPECT_EQ(frameForValue(0.504f, 101), 50);
-    EXPECT_EQ(frameForValue(0.506f, 101), 51);
-    // Three positions: 0, 0.5, 1; values between go to the nearest.
-    EXPECT_EQ(frameForValue(0.24f, 3), 0);
-    EXPECT_EQ(frameForValue(0.26f, 3), 1);
-    EXPECT_EQ(frameForValue(0.74f, 3), 1);
-    EXPECT_EQ(frameForValue(0.76f, 3), 2);
-    // Two positions switch at one half.
-    EXPECT_EQ(frameForValue(0.49f, 2), 0);
-    EXPECT_EQ(frameForValue(0.5f, 2), 1);
-    // Out of range values are clamped; a strip of one frame always shows it.
-    EXPECT_EQ(frameForValue(-3.0f, 3), 0);
-    EXPECT_EQ(frameForValue(7.0f, 3), 2);
-    EXPECT_EQ(frameForValue(0.7f, 1), 0);
-}
+// The pictures come from the resource table this program carries (tests/editor/resources.list).
+TEST(Widgets, FramesComeFromTheValueAndTheBitmap) {
+    struct {
+        float value;
+        int frames, frame;
+    } const cases[] = {{0.504f, 101, 50}, {0.506f, 101, 51}, {0.24f, 3, 0}, {0.26f, 3, 1}, {0.76f, 3, 2},
+                       {0.49f, 2, 0},     {0.5f, 2, 1},      {-3.0f, 3, 0}, {7.0f, 3, 2},  {0.7f, 1, 0}};
+    for (auto& c : cases) EXPECT_EQ(frameForValue(c.value, c.frames), c.frame) << c.value << " of " << c.frames;
 
-TEST_F(Widgets, FrameCountsComeFromTheBitmap) {
     CBitmap* knobStrip = new CBitmap("fender-chicken.png");
-    CBitmap* toggleStrip = new CBitmap("VerticalSwitch.png");
     CBitmap* missing = new CBitmap("no-such.png");
-    EXPECT_EQ(knobStrip->getWidth(), 66);
-    EXPECT_EQ(knobStrip->getHeight(), 6666);
     EXPECT_EQ(missing->getWidth(), 0);
-
     CAnimKnob* knob = new CAnimKnob(CRect(281, 272, 347, 338), nullptr, 0, knobStrip);
-    EXPECT_EQ(knob->getNumSubPixmaps(), 101);
-    EXPECT_EQ(knob->getHeightOfOneImage(), 66);
-    knob->setValue(0.25f);
-    EXPECT_EQ(knob->getFrame(), 25);
-    CVerticalSwitch* toggle = new CVerticalSwitch(CRect(721, 304, 741, 344), nullptr, 4, toggleStrip);
-    EXPECT_EQ(toggle->getNumSubPixmaps(), 2);
-    EXPECT_EQ(toggle->getHeightOfOneImage(), 40);
     CAnimKnob* empty = new CAnimKnob(CRect(0, 0, 66, 66), nullptr, 0, missing);
     EXPECT_EQ(empty->getNumSubPixmaps(), 0);
-
+    knob->setValue(0.25f);
+    EXPECT_EQ(knob->getFrame(), 25);
     // The widgets hold their own references: the bitmaps outlive their creators' release.
     knobStrip->forget();
-    toggleStrip->forget();
     missing->forget();
     EXPECT_EQ(knob->getBackground()->getHeight(), 6666);
     knob->forget();
-    toggle->forget();
     empty->forget();
 }
 
-TEST_F(Widgets, KnobFollowsALinearDrag) {
+TEST(Widgets, KnobFollowsALinearDrag) {
     Listener listener;
     CBitmap* strip = new CBitmap("fender-chicken.png");
     CAnimKnob* knob = new CAnimKnob(CRect(0, 0, 66, 66), &listener, 3, strip);
     strip->forget();
     knob->setValue(0.5f);
-
     knob->onMouseDown(CPoint(30, 30), kLButton);
-    knob->onMouseMoved(CPoint(30, 10), kLButton);  // 20 pixels up
-    EXPECT_FLOAT_EQ(knob->getValue(), 0.6f);
-    knob->onMouseMoved(CPoint(30, 130), kLButton);  // 100 pixels below the start
-    EXPECT_FLOAT_EQ(knob->getValue(), 0.0f);
-    knob->onMouseMoved(CPoint(70, 30), kLButton);  // 40 to the right counts as up
-    EXPECT_FLOAT_EQ(knob->getValue(), 0.7f);
-    knob->onMouseMoved(CPoint(30, 30 - 500), kLButton);
-    EXPECT_FLOAT_EQ(knob->getValue(), 1.0f);
-    knob->onMouseMoved(CPoint(30, 30 - 50), kLButton | kShift);  // ten times finer
-    EXPECT_FLOAT_EQ(knob->getValue(), 0.525f);
-    knob->onMouseUp(CPoint(30, 30 - 50), 0);
-    // The gesture: begin, one change per move that changed the value, end.
+    struct {
+        int x, y;
+        int buttons;
+        float value;
+    } const moves[] = {
+        {30, 10, kLButton, 0.6f},           // 20 pixels up
+        {30, 130, kLButton, 0.0f},          // 100 below the start: clamped
+        {70, 30, kLButton, 0.7f},           // 40 to the right counts as up
+        {30, -470, kLButton, 1.0f},         // clamped above
+        {30, -20, kLButton | kShift, 0.525f},  // ten times finer
+    };
+    for (auto& m : moves) {
+        knob->onMouseMoved(CPoint(m.x, m.y), m.buttons);
+        EXPECT_FLOAT_EQ(knob->getValue(), m.value) << m.x << "," << m.y;
+    }
+    knob->onMouseUp(CPoint(30, -20), 0);
     std::vector<std::string> expected = {"begin", "changed", "changed", "changed", "changed", "changed", "end"};
     EXPECT_EQ(listener.events, expected);
-    // The value is the drag's, not the sum of moves: back at the start is back at the value.
+    // The value is the drag's, not the sum of moves; moves without a press do nothing.
     knob->onMouseDown(CPoint(10, 10), kLButton);
     knob->onMouseMoved(CPoint(10, -90), kLButton);
     knob->onMouseMoved(CPoint(10, 10), kLButton);
     knob->onMouseUp(CPoint(10, 10), 0);
-    EXPECT_FLOAT_EQ(knob->getValue(), 0.525f);
-    // Moves without a press do nothing.
-    listener.events.clear();
     knob->onMouseMoved(CPoint(10, -300), 0);
-    EXPECT_TRUE(listener.events.empty());
+    EXPECT_FLOAT_EQ(knob->getValue(), 0.525f);
     knob->forget();
 }
 
-TEST_F(Widgets, SwitchesSelectThePositionUnderTheMouse) {
+TEST(Widgets, SwitchesSelectThePositionUnderTheMouse) {
     Listener listener;
     CBitmap* slide = new CBitmap("HorizontalSwitch-3P.png");
     CHorizontalSwitch* oversampling = new CHorizontalSwitch(CRect(723, 274, 763, 294), &listener, 3, 3, 20, 3, slide);
     slide->forget();
     oversampling->setValue(0.5f);
-    EXPECT_FLOAT_EQ(oversampling->valueAt(CPoint(723, 280)), 0.0f);
-    EXPECT_FLOAT_EQ(oversampling->valueAt(CPoint(736, 280)), 0.0f);  // 13 of 40: first third
-    EXPECT_FLOAT_EQ(oversampling->valueAt(CPoint(737, 280)), 0.5f);
-    EXPECT_FLOAT_EQ(oversampling->valueAt(CPoint(749, 280)), 0.5f);
-    EXPECT_FLOAT_EQ(oversampling->valueAt(CPoint(750, 280)), 1.0f);
-    EXPECT_FLOAT_EQ(oversampling->valueAt(CPoint(900, 280)), 1.0f);  // dragged beyond the end
-    EXPECT_FLOAT_EQ(oversampling->valueAt(CPoint(600, 280)), 0.0f);
-
+    // 40 pixels in thirds; beyond either end stays at the end.
+    const std::pair<int, float> at[] = {{736, 0.0f}, {737, 0.5f}, {749, 0.5f}, {750, 1.0f}, {900, 1.0f}, {600, 0.0f}};
+    for (auto& [x, value] : at) EXPECT_FLOAT_EQ(oversampling->valueAt(CPoint(x, 280)), value) << x;
     oversampling->onMouseDown(CPoint(725, 284), kLButton);
     oversampling->onMouseMoved(CPoint(760, 284), kLButton);
     oversampling->onMouseUp(CPoint(760, 284), 0);
     EXPECT_EQ(listener.values, (std::vector<float>{0.0f, 1.0f}));
-    // Host values between positions show the nearest frame.
-    oversampling->setValue(0.3f);
-    EXPECT_EQ(oversampling->getFrame(), 1);
-    oversampling->setValue(0.8f);
-    EXPECT_EQ(oversampling->getFrame(), 2);
 
     CBitmap* toggleStrip = new CBitmap("VerticalSwitch.png");
     CVerticalSwitch* toggle = new CVerticalSwitch(CRect(778, 304, 798, 344), &listener, 7, toggleStrip);
     toggleStrip->forget();
     listener.values.clear();
-    toggle->onMouseDown(CPoint(788, 340), kLButton);  // lower half: the second position
-    toggle->onMouseUp(CPoint(788, 340), 0);
-    toggle->onMouseDown(CPoint(788, 306), kLButton);
-    toggle->onMouseUp(CPoint(788, 306), 0);
+    press(toggle, CPoint(788, 340));  // lower half: the second position
+    press(toggle, CPoint(788, 306));
     toggle->onMouseDown(CPoint(788, 306), kRButton);  // other buttons do nothing
     EXPECT_EQ(listener.values, (std::vector<float>{1.0f, 0.0f}));
     toggle->forget();
     oversampling->forget();
 }
 
-TEST_F(Widgets, EditorSizeIsKnownBeforeOpen) {
-    RecordingHost host(shippedValues());
-    OrmEditor editor(&host, shippedControls());
-    ERect* rect = nullptr;
-    ASSERT_TRUE(editor.getRect(&rect));
-    EXPECT_EQ(rect->left, 0);
-    EXPECT_EQ(rect->top, 0);
-    EXPECT_EQ(rect->right, 1000);
-    EXPECT_EQ(rect->bottom, 400);
-    EXPECT_FALSE(editor.isOpen());
-    // Closed: setParameter is harmless and nothing reaches the effect.
-    editor.setParameter(0, 0.3f);
-    EXPECT_EQ(editor.getWidget(0), nullptr);
-    EXPECT_TRUE(host.calls.empty());
-}
-
-TEST_F(Widgets, EditorBuildsOneWidgetPerControl) {
+TEST(Editor, LifeCycleAndOneWidgetPerControl) {
     RecordingHost host(shippedValues());
     auto controls = shippedControls();
     OrmEditor editor(&host, controls);
+    ERect* rect = nullptr;
+    ASSERT_TRUE(editor.getRect(&rect));  // known before open
+    EXPECT_EQ(rect->right - rect->left, 1000);
+    EXPECT_EQ(rect->bottom - rect->top, 400);
+    editor.setParameter(0, 0.3f);  // closed: harmless
+    EXPECT_EQ(editor.getWidget(0), nullptr);
     for (int round = 0; round < 2; ++round) {  // open, close, open
         editor.open(nullptr);                  // no window: the widgets exist all the same
         ASSERT_TRUE(editor.isOpen());
@@ -196,25 +152,36 @@ TEST_F(Widgets, EditorBuildsOneWidgetPerControl) {
         EXPECT_EQ(slide->getNumSubPixmaps(), 3);
         EXPECT_EQ(slide->getHeightOfOneImage(), 20);
         EXPECT_EQ(toggle->getNumSubPixmaps(), 2);
+        EXPECT_EQ(toggle->getHeightOfOneImage(), 40);
         // The four knobs share one decoded strip.
-        EXPECT_EQ(knob->getBackground(), editor.getWidget(6)->getBackground());
         EXPECT_EQ(knob->getBackground()->getNbReference(), 4);
-        // Eight widgets and the donation button.
-        EXPECT_EQ(editor.getFrame()->getViews().size(), 9u);
-        EXPECT_EQ(editor.getFrame()->getBackground()->getWidth(), 1000);
+        EXPECT_EQ(editor.getFrame()->getViews().size(), 9u);  // eight widgets and the donation button
         host.parameters[1] = 0.25f;  // changed while the next round's editor is closed
         editor.close();
         EXPECT_FALSE(editor.isOpen());
         editor.setParameter(1, 0.75f);  // closed: ignored
     }
+    EXPECT_TRUE(host.calls.empty());
 }
 
-TEST_F(Widgets, ValuesTravelBothWays) {
+TEST(Editor, ValuesTravelBothWaysAndTheDonateButtonTouchesNoParameter) {
+    std::vector<std::string> opened;
+    setUrlOpener([&](const std::string& url) { opened.push_back(url); });
     RecordingHost host(shippedValues());
     OrmEditor editor(&host, shippedControls());
     editor.open(nullptr);
+    auto* button = dynamic_cast<DonateButton*>(editor.getFrame()->getViews().back());
+    ASSERT_NE(button, nullptr);
+    CRect box = button->getViewSize();
+    EXPECT_EQ(std::vector<int>({int(box.left), int(box.top), int(box.getWidth()), int(box.getHeight())}),
+              std::vector<int>({454, 237, 92, 26}));
+    for (int click = 0; click < 3; ++click) press(button, CPoint(500, 250));  // either picture opens the page
+    ASSERT_EQ(opened.size(), 3u);
+    EXPECT_EQ(opened[0].substr(0, 8), "https://");
+    EXPECT_NE(opened[0].find("/product.php?id=103#donate"), std::string::npos);
+    setUrlOpener(nullptr);
+
     editor.setParameter(3, 0.3f);
-    EXPECT_FLOAT_EQ(editor.getWidget(3)->getValue(), 0.3f);
     EXPECT_EQ(dynamic_cast<CHorizontalSwitch*>(editor.getWidget(3))->getFrame(), 1);
     editor.setParameter(8, 0.9f);  // one past the last control
     editor.setParameter(-1, 0.9f);
@@ -227,7 +194,6 @@ TEST_F(Widgets, ValuesTravelBothWays) {
     knob->onMouseUp(CPoint(314, 405), 0);
     ASSERT_EQ(host.calls.size(), 3u);
     EXPECT_EQ(host.calls[0].what, "begin");
-    EXPECT_EQ(host.calls[1].what, "automate");
     EXPECT_EQ(host.calls[1].index, 0);
     EXPECT_FLOAT_EQ(host.calls[1].value, 0.0f);
     EXPECT_EQ(host.calls[2].what, "end");
@@ -243,31 +209,7 @@ TEST_F(Widgets, ValuesTravelBothWays) {
     EXPECT_EQ(host.automations().size(), 1u);
 }
 
-TEST_F(Widgets, DonateButtonOpensThePageAndTouchesNoParameter) {
-    std::vector<std::string> opened;
-    setUrlOpener([&](const std::string& url) { opened.push_back(url); });
-    RecordingHost host(shippedValues());
-    OrmEditor editor(&host, shippedControls());
-    editor.open(nullptr);
-    auto* button = dynamic_cast<DonateButton*>(editor.getFrame()->getViews().back());
-    ASSERT_NE(button, nullptr);
-    EXPECT_EQ(button->getViewSize().left, 454);
-    EXPECT_EQ(button->getViewSize().top, 237);
-    EXPECT_EQ(button->getViewSize().getWidth(), 92);
-    EXPECT_EQ(button->getViewSize().getHeight(), 26);
-    for (int click = 0; click < 3; ++click) {  // either picture opens the page
-        button->onMouseDown(CPoint(500, 250), kLButton);
-        button->onMouseUp(CPoint(500, 250), 0);
-    }
-    ASSERT_EQ(opened.size(), 3u);
-    EXPECT_EQ(opened[0].substr(0, 8), "https://");
-    EXPECT_NE(opened[0].find("/product.php?id=103#donate"), std::string::npos);
-    EXPECT_TRUE(host.calls.empty());
-    EXPECT_EQ(host.parameters, shippedValues());
-    setUrlOpener(nullptr);
-}
-
-TEST_F(Widgets, UnknownControlTypeIsRefused) {
+TEST(Editor, UnknownControlTypeIsRefusedAndLeavesTheEditorUsable) {
     RecordingHost host(shippedValues());
     auto controls = shippedControls();
     vrn::Properties ui;
@@ -281,7 +223,6 @@ TEST_F(Widgets, UnknownControlTypeIsRefused) {
         EXPECT_EQ(e.getMessage(), "Invalid ControlType CSlider");
     }
     EXPECT_FALSE(editor.isOpen());
-    // The failure leaves the editor usable.
     ui["ControlType"] = "CAnimKnob";
     (*controls)[2]->setUIProperties(ui);
     editor.open(nullptr);
@@ -289,17 +230,14 @@ TEST_F(Widgets, UnknownControlTypeIsRefused) {
 }
 
 TEST(OpenUrl, StartsXdgOpenWithTheUrlAsOneArgumentAndNoShell) {
-    // A stand-in xdg-open early on the PATH writes down its arguments.  Shell characters in the
+    // A stand-in xdg-open early on the PATH writes down its arguments; shell characters in the
     // URL must arrive untouched, as one argument.
     namespace fs = std::filesystem;
     fs::path directory = fs::temp_directory_path() / ("orm-open-" + std::to_string(::getpid()));
     fs::create_directories(directory);
-    fs::path record = directory / "arguments.txt";
-    {
-        std::ofstream script(directory / "xdg-open");
-        script << "#!/bin/sh\nprintf '%s|' \"$#\" \"$@\" > '" << record.string() << ".tmp'\nmv '" << record.string()
-               << ".tmp' '" << record.string() << "'\n";
-    }
+    std::string record = (directory / "arguments.txt").string();
+    std::ofstream(directory / "xdg-open") << "#!/bin/sh\nprintf '%s|' \"$#\" \"$@\" > '" << record << ".tmp'\nmv '"
+                                          << record << ".tmp' '" << record << "'\n";
     fs::permissions(directory / "xdg-open", fs::perms::owner_all);
     std::string oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
     setenv("PATH", (directory.string() + ":" + oldPath).c_str(), 1);
