@@ -12,24 +12,12 @@
 #include <stdexcept>
 
 #include "amp/AmpData.h"
+#include "Regenerate.h"
+
+using amp_test::readFile;
+using amp_test::regenerate;
 
 namespace {
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-std::string regenerate(const std::string& what) {
-    const std::string path = ::testing::TempDir() + "orm-ampdata-" + what + ".inc";
-    const std::string command = std::string(ORM_AMPDATA_PATH) + " " + what + " " + path;
-    EXPECT_EQ(0, std::system(command.c_str())) << command;
-    const std::string text = readFile(path);
-    std::remove(path.c_str());
-    return text;
-}
 
 struct Grid {
     double vinMin, deltaV;
