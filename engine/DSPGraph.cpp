@@ -105,8 +105,33 @@ void DSPGraph::init() {
         default:
             throw VRNException("Invalid processing method");
     }
+    checkWiring();
     computeFilterOrder();
     initialized = true;
+}
+
+void DSPGraph::checkWiring() {
+    // Numbers in a description are read leniently; here they must point at something that exists,
+    // so that no block reads outside a buffer.
+    const std::vector<Filter*>& filters = context->getElements();
+    for (size_t i = 0; i < filters.size() && i < inputSources->size(); ++i) {
+        const std::vector<int>& sources = *(*inputSources)[i];
+        const std::vector<int>& ports = *(*inputPorts)[i];
+        for (size_t port = 0; port < ports.size(); ++port) {
+            if (ports[port] == -1 || sources[port] != -1) continue;
+            if (ports[port] < 0 || ports[port] >= numberOfInputs)
+                throw VRNException("DSPGraph: Invalid graph input " + toString(ports[port]) + " for element " +
+                                   filters[i]->getName() + ". Graph: " + name + ", number of inputs: " +
+                                   toString(numberOfInputs));
+        }
+    }
+    for (int k = 0; k < numberOfOutputs; ++k) {
+        Filter* filter = filters.at(static_cast<size_t>((*outputFilters)[k]));
+        int port = (*outputPorts)[k];
+        if (port < 0 || port >= filter->getMeta()->getNumberOfOutputs())
+            throw VRNException("DSPGraph: Invalid output index " + toString(port) + " of element " + filter->getName() +
+                               ". Graph: " + name);
+    }
 }
 
 void DSPGraph::computeFilterOrder() {

@@ -40,6 +40,7 @@ public:
                    const std::shared_ptr<std::vector<int>>& filterPorts);
 
 private:
+    void checkWiring();
     void computeFilterOrder();
     void wireSequentialInputs();
     scalar* bypassTarget(int output);

@@ -14,6 +14,8 @@ Properties attributesOf(const pugi::xml_node& node) {
 
 namespace {
 
+const int kMaxInputPorts = 4096;
+
 int findElement(const std::vector<std::string>& names, const std::string& name) {
     auto it = std::find(names.begin(), names.end(), name);
     return it == names.end() ? -1 : static_cast<int>(it - names.begin());
@@ -56,6 +58,10 @@ std::shared_ptr<Graph> DSPGraphParser::parse(const pugi::xml_node& graphNode, co
     auto ports = std::make_shared<DSPGraph::PortTable>();
     for (size_t i = 0; i < filters.size(); ++i) {
         std::shared_ptr<ElementMeta> meta = filters[i]->getMeta();
+        // Port counts come from properties; a runaway one must fail here, not exhaust memory.
+        if (meta->getNumberOfInputs() > kMaxInputPorts)
+            throw VRNException("Element " + filters[i]->getName() + " has too many input ports: " +
+                               toString(meta->getNumberOfInputs()) + ". Graph: " + graphName);
         // Every port starts unconnected, so a filter reads a null pointer where nothing is wired.
         auto filterSources = std::make_shared<std::vector<int>>(static_cast<size_t>(meta->getNumberOfInputs()), -2);
         auto filterPorts = std::make_shared<std::vector<int>>(static_cast<size_t>(meta->getNumberOfInputs()), -1);

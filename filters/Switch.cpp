@@ -16,7 +16,7 @@ int streamInt(const std::string& text) {
     stream.imbue(std::locale::classic());
     int value = 0;
     stream >> value;
-    return stream.fail() && value == 0 ? 0 : value;
+    return stream.fail() ? 0 : value;  // out of range is a failure too
 }
 
 }  // namespace

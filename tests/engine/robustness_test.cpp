@@ -1,0 +1,70 @@
+// No description crashes the process: every attribute of the examples, removed or given a hostile
+// value, either loads and runs or fails with an exception that carries a message.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <cctype>
+#include <sstream>
+
+#include "support/TestSupport.h"
+
+using namespace vrn;
+
+namespace {
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// Loads and runs a few blocks; false with the message when the system refuses.
+bool loadsAndRuns(const std::string& xml, std::string& message) {
+    try {
+        auto driver = orm_test::loadSystem(xml);
+        driver->setSamplingRate(48000.0f);
+        driver->setMaxBlockSize(64);
+        std::vector<scalar> left(64, 0.5f), right(64, -0.5f);
+        std::vector<scalar*> inputs{left.data(), right.data()};
+        for (int block = 0; block < 3; ++block) driver->process(inputs, 64);
+        return true;
+    } catch (const VRNException& error) {
+        message = error.getMessage();
+    } catch (const std::exception& error) {
+        message = error.what();
+    }
+    return false;
+}
+
+}  // namespace
+
+TEST(Robustness, HostileAttributesFailCleanly) {
+    const std::vector<std::string> hostile = {"", "-1", "0", "abc", "1e30", "2147483648", "nan", "|"};
+    int variants = 0, refused = 0;
+    for (const char* example : {"/examples/tube-stage.xml", "/examples/oversampling.xml"}) {
+        const std::string original = readFile(std::string(ORM_SOURCE_DIR) + example);
+        // Every Name="value" of the document, found by its ="…" and the letters before it.
+        for (size_t quote = original.find("=\""); quote != std::string::npos; quote = original.find("=\"", quote + 2)) {
+            size_t at = quote;
+            while (at > 0 && (std::isalpha(static_cast<unsigned char>(original[at - 1])) || original[at - 1] == '_')) --at;
+            const size_t length = original.find('"', quote + 2) + 1 - at;
+            const std::string attributeName = original.substr(at, quote - at);
+            std::vector<std::string> replacements{""};  // the attribute removed
+            for (const std::string& value : hostile) replacements.push_back(attributeName + "=\"" + value + "\"");
+            for (const std::string& replacement : replacements) {
+                std::string variant = original;
+                variant.replace(at, length, replacement);
+                std::string message;
+                ++variants;
+                if (!loadsAndRuns(variant, message)) {
+                    ++refused;
+                    EXPECT_FALSE(message.empty()) << replacement;
+                }
+            }
+        }
+    }
+    std::printf("%d variants, %d refused with a message, the rest ran\n", variants, refused);
+}
