@@ -287,6 +287,11 @@ PentodeParameters readPentode(const Properties& properties, const std::string& m
     return p;
 }
 
+// Koren's pentode drive term E1 = (Vsk/Kp)·ln(1 + exp(Kp·(1/mu + Vgk/Vsk))), zero without screen voltage.
+inline double pentodeE1(scalar vgk, scalar vsk, double kp, double mu) {
+    return vsk != 0 ? (vsk / kp) * softplus(kp * (1.0 / mu + static_cast<double>(vgk) / vsk)) : 0.0;
+}
+
 }  // namespace
 
 NKPentodeAnodeCurrent::NKPentodeAnodeCurrent() : derivativeValues(std::make_shared<std::vector<scalar>>(3, 0.0f)) {}
@@ -305,13 +310,13 @@ void NKPentodeAnodeCurrent::setProperties(const Properties& properties) {
 }
 
 scalar NKPentodeAnodeCurrent::current(scalar vgk, scalar vpk, scalar vsk) {
-    double e1 = vsk != 0 ? (vsk / kp) * softplus(kp * (1.0 / mu + static_cast<double>(vgk) / vsk)) : 0.0;
+    double e1 = pentodeE1(vgk, vsk, kp, mu);
     double sg = e1 >= 0 ? 1.0 : -1.0;
     return static_cast<scalar>(std::atan(vpk / kvb) * (std::pow(e1, ex) / kg1) * (1.0 + sg));
 }
 
 scalar NKPentodeAnodeCurrent::dIdVpk(scalar vgk, scalar vpk, scalar vsk) {
-    double e1 = vsk != 0 ? (vsk / kp) * softplus(kp * (1.0 / mu + static_cast<double>(vgk) / vsk)) : 0.0;
+    double e1 = pentodeE1(vgk, vsk, kp, mu);
     double sg = e1 >= 0 ? 1.0 : -1.0;
     double ratio = vpk / kvb;
     return static_cast<scalar>(std::pow(e1, ex) * (1.0 + sg) / ((1.0 + ratio * ratio) * kvb * kg1));
@@ -320,7 +325,7 @@ scalar NKPentodeAnodeCurrent::dIdVpk(scalar vgk, scalar vpk, scalar vsk) {
 scalar NKPentodeAnodeCurrent::dIdVgk(scalar vgk, scalar vpk, scalar vsk) {
     if (vsk == 0) return 0.0f;
     double x = kp * (1.0 / mu + static_cast<double>(vgk) / vsk);
-    double e1 = (vsk / kp) * softplus(x);
+    double e1 = pentodeE1(vgk, vsk, kp, mu);
     // The factor is evaluated with plate and screen exchanged.
     double h = ex * current(vgk, vsk, vpk) / e1;
     return static_cast<scalar>(h * logistic(x));
@@ -329,7 +334,7 @@ scalar NKPentodeAnodeCurrent::dIdVgk(scalar vgk, scalar vpk, scalar vsk) {
 scalar NKPentodeAnodeCurrent::dIdVsk(scalar vgk, scalar vpk, scalar vsk) {
     if (vsk == 0) return 0.0f;
     double x = kp * (1.0 / mu + static_cast<double>(vgk) / vsk);
-    double e1 = (vsk / kp) * softplus(x);
+    double e1 = pentodeE1(vgk, vsk, kp, mu);
     double h = ex * current(vgk, vsk, vpk) / e1;
     return static_cast<scalar>(h * (softplus(x) / kp - vgk * logistic(x) / vsk));
 }
