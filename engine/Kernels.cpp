@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 
 #include "engine/CpuFeatures.h"
 #include "engine/Exceptions.h"
@@ -36,23 +37,41 @@ int detectLevel() {
 #endif
 }
 
+namespace {
+
+// The level ORM_KERNELS asks for, or -1 for none (or one this processor cannot run).
+int requestedLevel() {
+    const char* name = std::getenv("ORM_KERNELS");
+    if (!name) return -1;
+    static const struct {
+        const char* name;
+        int level;
+    } kNames[] = {{"plain", kPlainLevel}, {"sse2", 0}, {"sse4.1", 1}, {"avx", 2}};
+    for (const auto& entry : kNames)
+        if (std::strcmp(name, entry.name) == 0) return canRun(entry.level) ? entry.level : -1;
+    return -1;
+}
+
+}  // namespace
+
 int currentLevel() {
     int value = level.load(std::memory_order_relaxed);
-    if (value < 0) {
-        value = detectLevel();
+    if (value == -1) {
+        value = requestedLevel();
+        if (value == -1) value = detectLevel();
         level.store(value, std::memory_order_relaxed);
     }
-    if (value < 0) std::abort();
+    if (value < kPlainLevel) std::abort();
     return value;
 }
 
 void forceLevel(int value) { level.store(value, std::memory_order_relaxed); }
 
 bool canRun(int value) {
+    if (value == kPlainLevel) return true;
 #ifdef ORM_KERNELS_X86
     return value >= 0 && value <= detectLevel();
 #else
-    (void)value;
     return false;
 #endif
 }
@@ -65,7 +84,8 @@ bool canRun(int value) {
     const int selected = kernels::currentLevel();                 \
     if (selected >= 2) return kernels::avx::call;                 \
     if (selected == 1) return kernels::sse41::call;               \
-    return kernels::sse2::call;
+    if (selected == 0) return kernels::sse2::call;                \
+    return kernels::plain::call;
 #else
 #define ORM_DISPATCH(call) return kernels::plain::call;
 #endif

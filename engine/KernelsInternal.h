@@ -10,13 +10,25 @@ namespace kernels {
 // 0: SSE2, 1: SSE4.1, 2: AVX, 3: AVX with F16C and RDRAND, 4: the same with AVX2.  Levels 3 and 4
 // run the AVX code.  Aborts the process on a processor without SSE2.
 int detectLevel();
-// The level the kernels use now; detects it on first use.
+// The straight loops of namespace plain, chosen only on request: their sums run in one order on
+// every processor, so whatever they compute is the same everywhere (the data generators use them).
+constexpr int kPlainLevel = -2;
+// The level the kernels use now.  On first use: the level named by the environment variable
+// ORM_KERNELS ("plain", "sse2", "sse4.1", "avx") where this processor runs it, else the detected one.
 int currentLevel();
-// Tests and benchmarks only: every kernel runs the code of this level from now on (a level the
-// processor cannot run ends in an illegal instruction).  -1 detects again at the next call.
+// Every kernel runs the code of this level from now on (a level the processor cannot run ends in
+// an illegal instruction).  -1 detects again at the next call.
 void forceLevel(int level);
-// Whether this processor runs the code of a level; false for every level off x86.
+// Whether this processor runs the code of a level; false for every vector level off x86.
 bool canRun(int level);
+// The reciprocal every variant scales a pivot column by.  A correctly rounded quotient refined by
+// one Newton step: the processor's own estimate (rcpss) differs between makers in its last bits,
+// and the elimination carries that into the factors, so the estimate would make every result
+// depend on the processor.  One division a pivot costs nothing beside the elimination.
+inline scalar refinedReciprocal(scalar d) {
+    const scalar r = 1.0f / d;
+    return (2.0f - d * r) * r;
+}
 
 // The reference: straight loops in the order the vector forms follow.
 namespace plain {

@@ -9,16 +9,6 @@ namespace vrn {
 namespace kernels {
 namespace plain {
 
-namespace {
-
-// One Newton step on a reciprocal estimate, as the vector code refines its 12-bit estimate.
-inline scalar reciprocal(scalar d) {
-    scalar r = 1.0f / d;
-    return (2.0f - d * r) * r;
-}
-
-}  // namespace
-
 scalar sdot(const scalar* a, const scalar* b, int n) {
     scalar sum = 0.0f;
     for (int i = 0; i < n; ++i) sum += a[i] * b[i];
@@ -51,7 +41,7 @@ int ludcmp(int n, scalar* a, int lda, int* pivots) {
         }
         scalar d = at(k, k);
         if (!(std::fabs(d) >= 1e-20f)) return -1;
-        scalar r = reciprocal(d);
+        scalar r = refinedReciprocal(d);
         for (int i = k + 1; i < n; ++i) at(i, k) *= r;
         for (int j = k + 1; j < n; ++j)
             for (int i = k + 1; i < n; ++i) at(i, j) -= at(k, j) * at(i, k);
@@ -65,7 +55,7 @@ int lubksb(int n, const scalar* a, int lda, const int* pivots, scalar* x, const 
     for (int k = 0; k < n - 1; ++k)
         for (int i = k + 1; i < n; ++i) x[i] -= x[k] * at(i, k);
     for (int k = n - 1; k >= 0; --k) {
-        x[k] *= reciprocal(at(k, k));
+        x[k] *= refinedReciprocal(at(k, k));
         for (int i = 0; i < k; ++i) x[i] -= x[k] * at(i, k);
     }
     return 0;

@@ -14,16 +14,15 @@ namespace vrn {
 namespace {
 
 // Several plug-in instances may plan from different threads; FFTW's planner is not reentrant
-// until told so.  Measured plans run up to twice as fast as estimated ones at some of our sizes,
-// but measuring a large size can take seconds: the limit keeps a load short, and the process's
-// wisdom makes later plans of the same size immediate.
+// until told so.  Plans are estimated, never measured: a measured plan depends on timing, so the
+// same render could differ in its last bits from run to run, and measuring a new size stalls the
+// thread that asks for it for up to half a second.
 void preparePlanner() {
     static std::once_flag once;
-    std::call_once(once, [] {
-        fftwf_make_planner_thread_safe();
-        fftwf_set_timelimit(0.25);
-    });
+    std::call_once(once, [] { fftwf_make_planner_thread_safe(); });
 }
+
+constexpr unsigned kPlanning = FFTW_ESTIMATE;
 
 // product = a·b over bins complex values, interleaved.  Plain loop with no aliasing, which the
 // compiler turns into vector code.
@@ -53,8 +52,8 @@ struct Convolver::TransformPlan {
     TransformPlan(int n, scalar* real, scalar* complex) {
         preparePlanner();
         auto* bins = reinterpret_cast<fftwf_complex*>(complex);
-        forward = fftwf_plan_dft_r2c_1d(n, real, bins, FFTW_MEASURE | FFTW_PRESERVE_INPUT);
-        backward = fftwf_plan_dft_c2r_1d(n, bins, real, FFTW_MEASURE | FFTW_DESTROY_INPUT);
+        forward = fftwf_plan_dft_r2c_1d(n, real, bins, kPlanning | FFTW_PRESERVE_INPUT);
+        backward = fftwf_plan_dft_c2r_1d(n, bins, real, kPlanning | FFTW_DESTROY_INPUT);
         if (!forward || !backward) {
             release();
             throw VRNException("Convolver: Cannot plan a transform of size " + toString(n));

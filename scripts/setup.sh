@@ -4,7 +4,7 @@
 set -euo pipefail
 
 PACKAGES=(
-  build-essential cmake ninja-build pkg-config
+  build-essential cmake ninja-build pkg-config ccache qemu-user
   libgtest-dev libgmock-dev libbenchmark-dev
   libboost-dev libpugixml-dev libeigen3-dev
   libfftw3-dev libsoxr-dev libsndfile1-dev

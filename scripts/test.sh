@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds orm with AddressSanitizer and UndefinedBehaviorSanitizer, warnings as errors, and runs
-# every test suite; then builds the thread tests with ThreadSanitizer and runs them.
+# every test suite; then a plain Release build runs them again with the kernels held to the plain
+# loops and to SSE2 (what another processor would pick); then the thread tests run under
+# ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -14,6 +16,15 @@ cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORM_WERROR
   -DORM_SANITIZE="address;undefined" > /dev/null
 cmake --build build/asan -j "$JOBS"
 ctest --test-dir build/asan -j "$JOBS" --output-on-failure -LE slow
+
+# Optimisation, processor and vector level must not change what the suites see.
+cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DORM_WERROR=ON -DORM_BUILD_TESTS=ON \
+  -DORM_BUILD_BENCH=ON > /dev/null
+cmake --build build/release -j "$JOBS"
+for level in plain sse2; do
+  echo "== Release build, kernels at level $level"
+  ORM_KERNELS=$level ctest --test-dir build/release -j "$JOBS" --output-on-failure -LE slow
+done
 
 export TSAN_OPTIONS="halt_on_error=1"
 cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORM_WERROR=ON \

@@ -27,11 +27,11 @@ constexpr int kGuardLength = 16;
 constexpr int kMaxLength = 67;
 constexpr double kEpsilon = std::numeric_limits<scalar>::epsilon();
 
-// Runs body at each level with code of its own that this processor can run (0 is the plain form),
-// then restores detection.
+// Runs body at each level with code of its own that this processor can run, the plain loops
+// first, then restores detection.
 template <typename F>
 void forEachLevel(F&& body) {
-    for (int level = 0; level <= 2; ++level) {
+    for (int level = kernels::kPlainLevel; level <= 2; ++level) {
         if (!kernels::canRun(level)) continue;
         kernels::forceLevel(level);
         body(level);
@@ -132,9 +132,12 @@ TEST(Kernels, NothingPastTheLastElementIsTouched) {
 }
 
 TEST(Kernels, LuMatchesPlainLoopsWithPaddedColumns) {
+    // Every variant eliminates in the plain loops' order with the same reciprocal, so factors,
+    // pivots and solutions are the plain loops' to the bit, on any processor.  The residual
+    // against the original matrix in double bounds what the plain loops themselves promise.
     std::mt19937 random(5);
     forEachLevel([&](int level) {
-        double worstFactor = 0.0, worstResidual = 0.0;
+        double worstResidual = 0.0;
         for (int n = 1; n <= kMaxLength; ++n) {
             const int lda = n + 3;
             const size_t size = static_cast<size_t>(lda * n);
@@ -148,27 +151,15 @@ TEST(Kernels, LuMatchesPlainLoopsWithPaddedColumns) {
             std::vector<int> pivots(static_cast<size_t>(n)), plainPivots(static_cast<size_t>(n));
             ASSERT_EQ(ludcmp(n, a.data(), lda, pivots.data()), 0);
             ASSERT_EQ(kernels::plain::ludcmp(n, plainA.data(), lda, plainPivots.data()), 0);
-            // Only the reciprocal estimate differs, by an ulp or so; a different pivot would mean a
-            // different algorithm.
             EXPECT_EQ(pivots, plainPivots) << "level " << level << " n " << n;
-            for (size_t i = 0; i < a.size(); ++i) {
-                if (i >= size || int(i % lda) >= n) {
-                    EXPECT_EQ(a[i], kGuard) << "padding changed at " << i << ", n " << n;
-                    continue;
-                }
-                // Rounding grows through the elimination; relative to 1 + |entry|.
-                const double d = std::fabs(double(a[i]) - plainA[i]) / (1.0 + std::fabs(double(plainA[i])));
-                worstFactor = std::max(worstFactor, d);
-                EXPECT_LE(d, 1e-4) << "level " << level << " n " << n << " at " << i;
-            }
+            EXPECT_EQ(a, plainA) << "level " << level << " n " << n << " (the padding too)";
 
             std::vector<scalar> b = randomVector(random, n, 0);
             std::vector<scalar> x(static_cast<size_t>(n + kGuardLength), kGuard), plainX = x;
             EXPECT_EQ(lubksb(n, a.data(), lda, pivots.data(), x.data(), b.data()), 0);
             kernels::plain::lubksb(n, plainA.data(), lda, plainPivots.data(), plainX.data(), b.data());
-            EXPECT_TRUE(guardIntact(x, n));
-            // The residual against the original matrix in double, relative to |A| |x| + |b|: float
-            // rounding times a growth factor.
+            EXPECT_EQ(x, plainX) << "level " << level << " n " << n;
+            // Relative to |A| |x| + |b|: float rounding times the growth of the elimination.
             for (int i = 0; i < n; ++i) {
                 double sum = -double(b[i]), scale = std::fabs(double(b[i]));
                 for (int j = 0; j < n; ++j) {
@@ -176,11 +167,9 @@ TEST(Kernels, LuMatchesPlainLoopsWithPaddedColumns) {
                     scale += std::fabs(original[at(i, j)] * double(x[j]));
                 }
                 worstResidual = std::max(worstResidual, std::fabs(sum) / scale);
-                EXPECT_NEAR(x[i], plainX[i], 1e-3 * (1.0 + std::fabs(double(plainX[i])))) << level << " " << n;
             }
         }
-        std::printf("[ figures  ] level %d: worst |LU - plain LU| / (1 + |LU|) %.3g, worst relative residual %.3g\n",
-                    level, worstFactor, worstResidual);
+        std::printf("[ figures  ] level %d: worst relative residual %.3g\n", level, worstResidual);
         EXPECT_LE(worstResidual, 2e-5) << "level " << level;
     });
 }
@@ -191,14 +180,8 @@ TEST(Kernels, LuEdgeCases) {
     // the refined reciprocal is not exact, and its residue passes the test.)
     const std::pair<std::vector<scalar>, int> cases[] = {
         {{1e-21f}, -1}, {{1e-20f}, 0}, {{std::numeric_limits<scalar>::quiet_NaN()}, -1}, {{1, 2, 0, 0}, -1}};
-    std::vector<int> levels = {-1};  // -1: the plain loops
-    forEachLevel([&](int level) { levels.push_back(level); });
-    for (int level : levels) {
-        kernels::forceLevel(std::max(level, 0));
-        auto lu = [&](int n, scalar* a, int* p) {
-            const int lda = std::max(n, 1);
-            return level < 0 ? kernels::plain::ludcmp(n, a, lda, p) : ludcmp(n, a, lda, p);
-        };
+    forEachLevel([&](int level) {
+        auto lu = [&](int n, scalar* a, int* p) { return ludcmp(n, a, std::max(n, 1), p); };
         int pivots[3] = {99, 99, 99};
         scalar unused = 0;
         EXPECT_EQ(lu(0, &unused, pivots), 0);
@@ -213,10 +196,9 @@ TEST(Kernels, LuEdgeCases) {
 
         scalar four = 4.0f, b = 3.0f, x = 0.0f;
         int p0 = 0;
-        EXPECT_EQ(level < 0 ? kernels::plain::lubksb(1, &four, 1, &p0, &x, &b) : lubksb(1, &four, 1, &p0, &x, &b), 0);
+        EXPECT_EQ(lubksb(1, &four, 1, &p0, &x, &b), 0);
         EXPECT_NEAR(x, 0.75f, 1e-7f);
-    }
-    kernels::forceLevel(-1);
+    });
 }
 
 TEST(Kernels, PackedMatrixProductsAndRefusals) {

@@ -16,6 +16,7 @@
 #include <sstream>
 #include <string>
 
+#include "engine/KernelsInternal.h"
 #include "GridTables.h"
 #include "TubeCurves.h"
 #include "Spectrum.h"
@@ -220,6 +221,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: orm-ampdata u87|yd|yg|curve-a..curve-e|plot-u87 FILE | report-u87 | report-curves\n");
         return 2;
     }
+    // The plain kernels sum in one order on every processor, so anyone regenerates the same bytes.
+    vrn::kernels::forceLevel(vrn::kernels::kPlainLevel);
     const std::string command = argv[1];
     try {
         if (command == "report-u87") {
