@@ -84,32 +84,36 @@ struct Section {
 void BiQuad::processCascade(BiQuad* const* sections, size_t count, const scalar* in, scalar* out,
                             size_t frames) {
     if (count == 0 || frames == 0 || !in || !out) return;
-    Section state[kLanes * kMaxGroups];
-    const bool lanes = count % kLanes == 0 && count <= kLanes * kMaxGroups && frames >= count;
+    // Lane s works on sample t - kSkew·s at step t: its input left the lane below kSkew steps
+    // earlier, so only the recursion itself stays on the path from one step to the next.
+    constexpr size_t kSkew = 2;
+    const size_t last = count - 1;
+    const bool lanes = count % kLanes == 0 && count <= kLanes * kMaxGroups && frames > kSkew * last;
     if (!lanes) {
         // One section after the other, through out.
-        for (size_t s = 0; s < count; ++s) {
-            sections[s]->process(s == 0 ? in : out, out, frames);
-        }
+        for (size_t s = 0; s < count; ++s) sections[s]->process(s == 0 ? in : out, out, frames);
         return;
     }
+    Section state[kLanes * kMaxGroups];
     for (size_t s = 0; s < count; ++s) {
         const BiQuad& q = *sections[s];
         state[s] = {q.b[0], q.b[1], q.b[2], q.a[0], q.a[1], q.x[0], q.x[1], q.y[0], q.y[1]};
     }
-    const size_t last = count - 1;
-    // Ramp up: sample k passes sections 0 .. last - 1 - k, so that section s has seen the samples
-    // before last - s when the lanes start; each section's newest output is the next one's input.
-    scalar carried[kLanes * kMaxGroups] = {};
-    for (size_t k = 0; k < last; ++k) {
+    // Ramp up: section s takes the samples before kSkew·(last - s).  The newest output of each
+    // section for each parity of the step is what the lane above starts from.
+    scalar carried[kSkew][kLanes * kMaxGroups] = {};
+    const size_t start = kSkew * last;
+    for (size_t k = 0; k < start; ++k) {
         scalar v = in[k];
-        for (size_t s = 0; s + k < last; ++s) v = state[s].step(v);
-        carried[last - 1 - k] = v;
+        const size_t through = last - k / kSkew;  // sections 0 .. through - 1 take sample k
+        for (size_t s = 0; s < through; ++s) v = state[s].step(v);
+        carried[k % kSkew][through - 1] = v;
     }
-    // Lanes: at step t, section s works on sample t - s.
     const size_t groups = count / kLanes;
     __m128 b0[kMaxGroups], b1[kMaxGroups], b2[kMaxGroups], a1[kMaxGroups], a2[kMaxGroups];
-    __m128 x1[kMaxGroups], x2[kMaxGroups], y1[kMaxGroups], y2[kMaxGroups], previous[kMaxGroups];
+    __m128 x1[kMaxGroups], x2[kMaxGroups], y1[kMaxGroups], y2[kMaxGroups];
+    // The outputs of the last kSkew steps, by step parity.
+    __m128 ring[kSkew][kMaxGroups];
     auto gather = [&](size_t g, scalar Section::*field) {
         const Section* p = state + kLanes * g;
         return _mm_setr_ps(p[0].*field, p[1].*field, p[2].*field, p[3].*field);
@@ -124,15 +128,16 @@ void BiQuad::processCascade(BiQuad* const* sections, size_t count, const scalar*
         x2[g] = gather(g, &Section::x2);
         y1[g] = gather(g, &Section::y1);
         y2[g] = gather(g, &Section::y2);
-        previous[g] = _mm_loadu_ps(carried + kLanes * g);
+        for (size_t parity = 0; parity < kSkew; ++parity) ring[parity][g] = _mm_loadu_ps(carried[parity] + kLanes * g);
     }
-    for (size_t t = last; t < frames; ++t) {
-        // Each lane takes the output of the lane below from the step before; lane 0 the new sample.
+    for (size_t t = start; t < frames; ++t) {
+        __m128* older = ring[t % kSkew];  // step t - kSkew, overwritten by this step
+        // Each lane takes what the lane below gave kSkew steps ago; lane 0 the new sample.
         __m128 below = _mm_set_ss(in[t]);
         for (size_t g = 0; g < groups; ++g) {
-            const __m128 shifted = _mm_castsi128_ps(_mm_slli_si128(_mm_castps_si128(previous[g]), 4));
+            const __m128 shifted = _mm_castsi128_ps(_mm_slli_si128(_mm_castps_si128(older[g]), 4));
             const __m128 input = _mm_move_ss(shifted, below);
-            below = _mm_shuffle_ps(previous[g], previous[g], 0xFF);
+            below = _mm_shuffle_ps(older[g], older[g], 0xFF);
             // The terms in the order of the scalar step.
             const __m128 sum = _mm_sub_ps(
                 _mm_sub_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(x1[g], b1[g]), _mm_mul_ps(input, b0[g])),
@@ -143,9 +148,9 @@ void BiQuad::processCascade(BiQuad* const* sections, size_t count, const scalar*
             x1[g] = input;
             y2[g] = y1[g];
             y1[g] = sum;
-            previous[g] = sum;
+            older[g] = sum;
         }
-        out[t - last] = _mm_cvtss_f32(_mm_shuffle_ps(previous[groups - 1], previous[groups - 1], 0xFF));
+        out[t - start] = _mm_cvtss_f32(_mm_shuffle_ps(older[groups - 1], older[groups - 1], 0xFF));
     }
     auto scatter = [&](size_t g, scalar Section::*field, __m128 v) {
         scalar values[kLanes];
@@ -157,12 +162,13 @@ void BiQuad::processCascade(BiQuad* const* sections, size_t count, const scalar*
         scatter(g, &Section::x2, x2[g]);
         scatter(g, &Section::y1, y1[g]);
         scatter(g, &Section::y2, y2[g]);
-        _mm_storeu_ps(carried + kLanes * g, previous[g]);
+        for (size_t parity = 0; parity < kSkew; ++parity) _mm_storeu_ps(carried[parity] + kLanes * g, ring[parity][g]);
     }
-    // Ramp down: sample k has passed sections 0 .. frames - 1 - k; the rest follow.
-    for (size_t k = frames - last; k < frames; ++k) {
-        const size_t done = frames - 1 - k;
-        scalar v = carried[done];
+    // Ramp down: sample k has passed sections 0 .. done, done's output made at step k + kSkew·done,
+    // one of the last kSkew steps; the rest of the sections follow.
+    for (size_t k = frames - start; k < frames; ++k) {
+        const size_t done = (frames - 1 - k) / kSkew;
+        scalar v = carried[(k + kSkew * done) % kSkew][done];
         for (size_t s = done + 1; s < count; ++s) v = state[s].step(v);
         out[k] = v;
     }
