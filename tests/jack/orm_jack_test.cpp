@@ -28,6 +28,7 @@
 #include <thread>
 #include <vector>
 
+#include "editor/PanelComposition.h"
 #include "support/XServer.h"
 #include "tools/orm-render/Signals.h"
 
@@ -406,6 +407,128 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersAndFollowsTheBufferSize) {
                 "samples, %zu breaks in the server's frame times\n",
                 level, gap, jumps);
     EXPECT_LT(gap, size_t(128));
+}
+
+TEST_F(OrmJack, RemembersParametersAndConnectionsBetweenRuns) {
+    Clients clients({});
+    ASSERT_TRUE(clients.ok());
+    // A first run changes a parameter and connects to our clients, then ends.
+    pid_t orm = start({"--no-gui", "--in", Clients::in(), "--out", Clients::out(), "--set", "Output=0.25"});
+    ASSERT_TRUE(waitFor([&] { return clients.connected(); }, 20)) << err();
+    EXPECT_NE(err().find("starting with defaults"), std::string::npos) << err();  // no file yet
+    ASSERT_EQ(finish(orm, SIGINT, 20), 0) << err();
+    ASSERT_TRUE(waitFor([&] { return clients.ormGone(); }, 10));
+    EXPECT_NE(settings().find("\nOutput=0.25\n"), std::string::npos) << settings();
+
+    // The next, with no options, starts with both: it connects where the first was connected,
+    // and what it remembers at its own exit is the value it started with.
+    orm = start({"--no-gui"});
+    ASSERT_TRUE(waitFor([&] { return clients.connected(); }, 20)) << err();
+    EXPECT_EQ(err().find("orm-jack:"), std::string::npos) << err();
+    ASSERT_EQ(finish(orm, SIGINT, 20), 0) << err();
+    ASSERT_TRUE(waitFor([&] { return clients.ormGone(); }, 10));
+    const std::string second = settings();
+    EXPECT_NE(second.find("\nOutput=0.25\n"), std::string::npos) << second;
+    EXPECT_NE(second.find("\nin_1=orm-test-player:play\n"), std::string::npos) << second;
+    EXPECT_NE(second.find("\nout_2=orm-test-recorder:rec_2\n"), std::string::npos) << second;
+
+    // A damaged file: one line of warning, the defaults, a clean run.
+    {
+        std::ofstream(directory / "config" / "orm" / "orm-jack.conf") << "Output=0.25\nOutput=eleven\n";
+    }
+    orm = start({"--no-gui", "--in", "none", "--out", "none"});
+    ASSERT_TRUE(waitFor([&] { return out().find("playing") != std::string::npos; }, 20)) << err();
+    ASSERT_EQ(finish(orm, SIGINT, 20), 0) << err();
+    const std::string warning = err();
+    EXPECT_NE(warning.find("damaged"), std::string::npos) << warning;
+    EXPECT_EQ(std::count(warning.begin(), warning.end(), '\n'), 1) << warning;
+    EXPECT_NE(settings().find("\nOutput=0.5\n"), std::string::npos) << settings();
+}
+
+// The panel in a window of its own under a private Xvfb, as a user sees it: titled "orm",
+// showing the panel at the amplifier's values; a knob dragged with the mouse is heard in the
+// output; closing the window ends the program cleanly and the new value is remembered.
+TEST_F(OrmJack, WindowShowsThePanelAndItsKnobIsHeard) {
+    xtest::PrivateServer x;
+    x.start();
+    if (!x.display) GTEST_SKIP() << "no X server (Xvfb) could be started";
+    Display* display = x.display;
+    Clients clients({});
+    ASSERT_TRUE(clients.ok());
+    clients.setMode(Clients::kSine);
+    pid_t orm = start({"--in", Clients::in(), "--out", Clients::out()});
+    ASSERT_TRUE(waitFor([&] { return clients.connected(); }, 20)) << err();
+
+    Window window = 0;
+    waitFor(
+        [&] {
+            Window root, parent, *children = nullptr;
+            unsigned count = 0;
+            XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count);
+            for (unsigned i = 0; i < count && !window; ++i) {
+                char* name = nullptr;
+                if (XFetchName(display, children[i], &name) && name) {
+                    if (std::string(name) == "orm") window = children[i];
+                    XFree(name);
+                }
+            }
+            if (children) XFree(children);
+            return window != 0;
+        },
+        20);
+    ASSERT_NE(window, 0u) << "no window titled orm";
+
+    // The panel at the amplifier's initial values, pixel for pixel.
+    const std::vector<float> initial = {0.5f, 1.0f, 0.5f, 0.5f, 1.0f, 0.0f, 0.5f, 0.0f};
+    xtest::Screenshot shot;
+    waitFor(
+        [&] {
+            shot = xtest::grab(display, window, 1000, 400);
+            return xtest::compare(shot, compose(initial, 0)).count == 0;
+        },
+        20);
+    const std::string picture = xtest::screenshotPath("orm-jack.png");
+    xtest::savePng(shot, picture);
+    std::printf("screenshot: %s\n", picture.c_str());
+    EXPECT_EQ(xtest::compare(shot, compose(initial, 0)).count, 0);
+
+    // Output, from 0.5 dragged 100 pixels up to 1: louder.
+    ASSERT_TRUE(clients.recordFor(size_t(kRate) / 2));
+    size_t from = clients.recorded() - size_t(kRate) / 4;
+    const double before = rms(clients.left, from, from + size_t(kRate) / 4);
+    const int knobX = 465 + 33, knobY = 272 + 33;
+    XTestFakeMotionEvent(display, DefaultScreen(display), knobX, knobY, CurrentTime);
+    XTestFakeButtonEvent(display, 1, True, CurrentTime);
+    XSync(display, False);
+    for (int step = 1; step <= 10; ++step) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        XTestFakeMotionEvent(display, DefaultScreen(display), knobX, knobY - 10 * step, CurrentTime);
+        XSync(display, False);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    XTestFakeButtonEvent(display, 1, False, CurrentTime);
+    XSync(display, False);
+    ASSERT_TRUE(clients.recordFor(size_t(kRate)));
+    from = clients.recorded() - size_t(kRate) / 4;
+    const double after = rms(clients.left, from, from + size_t(kRate) / 4);
+    std::printf("Output knob dragged from 0.5 to 1: output rms %.4g -> %.4g (%+.1f dB)\n", before, after,
+                20 * std::log10(after / before));
+    EXPECT_GT(after, before * 1.5);
+
+    // Closed by the window manager's close: a clean end, the value remembered.
+    XEvent close = {};
+    close.xclient.type = ClientMessage;
+    close.xclient.window = window;
+    close.xclient.message_type = XInternAtom(display, "WM_PROTOCOLS", False);
+    close.xclient.format = 32;
+    close.xclient.data.l[0] = long(XInternAtom(display, "WM_DELETE_WINDOW", False));
+    close.xclient.data.l[1] = CurrentTime;
+    XSendEvent(display, window, False, NoEventMask, &close);
+    XSync(display, False);
+    EXPECT_EQ(finish(orm, 0, 20), 0) << err();
+    EXPECT_TRUE(waitFor([&] { return clients.ormGone(); }, 10));
+    EXPECT_NE(settings().find("\nOutput=1\n"), std::string::npos) << settings();
+    x.stop();
 }
 
 }  // namespace
