@@ -29,8 +29,11 @@
 #include <vector>
 
 #include "editor/PanelComposition.h"
+#include "support/AllocationCounter.h"
 #include "support/XServer.h"
+#include "tools/orm-jack/JackAmp.h"
 #include "tools/orm-render/Signals.h"
+#include "tools/orm-render/VstHost.h"
 
 extern char** environ;
 
@@ -529,6 +532,37 @@ TEST_F(OrmJack, WindowShowsThePanelAndItsKnobIsHeard) {
     EXPECT_TRUE(waitFor([&] { return clients.ormGone(); }, 10));
     EXPECT_NE(settings().find("\nOutput=1\n"), std::string::npos) << settings();
     x.stop();
+}
+
+// orm-jack's client in this process, so that the allocation counter sees the audio thread: in
+// steady state nothing on any thread of the process allocates while it plays.
+TEST_F(OrmJack, PlayingAllocatesNothing) {
+    Clients clients({});
+    ASSERT_TRUE(clients.ok());
+    clients.setMode(Clients::kSine);
+    orm_render::VstHost host(ORM_PLUGIN_PATH);
+    {
+        orm_jack::JackAmp amp(host, "orm-in-process");
+        amp.activate();
+        std::string error;
+        ASSERT_TRUE(amp.connect("in_1", "orm-test-player:play", error)) << error;
+        ASSERT_TRUE(amp.connect("out_1", "orm-test-recorder:rec_1", error)) << error;
+        ASSERT_TRUE(amp.connect("out_2", "orm-test-recorder:rec_2", error)) << error;
+        ASSERT_TRUE(clients.recordFor(size_t(kRate) / 2));
+        const size_t from = clients.recorded();
+        long allocations = 0;
+        {
+            allocation::Counter counter;
+            for (int i = 0; i < 1000 && clients.recorded() < from + size_t(kRate); ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            allocations = counter.allocations();
+        }
+        ASSERT_GE(clients.recorded(), from + size_t(kRate));
+        EXPECT_EQ(allocations, 0);
+        EXPECT_GT(rms(clients.left, from, from + size_t(kRate)), 0.01);
+        amp.close();
+    }
+    host.stop();
 }
 
 }  // namespace

@@ -126,11 +126,12 @@ bool saveSettings(const std::string& path, const Settings& settings, std::string
         written += size_t(n);
     }
     // Synced before the rename, so that a crash leaves the old file or the new one, never half.
-    bool ok = written == text.size() && ::fsync(fd) == 0;
-    int savedErrno = errno;
-    ok = ::close(fd) == 0 && ok;
-    if (ok && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
-    error = "cannot write " + path + ": " + std::strerror(savedErrno ? savedErrno : errno);
+    const char* step = written < text.size() ? "write" : ::fsync(fd) != 0 ? "sync" : nullptr;
+    const int failed = step ? errno : 0;
+    if (::close(fd) != 0 && !step) step = "close";
+    if (!step && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
+    error = "cannot " + std::string(step ? step : "rename") + " " + (step ? temporary : path) + ": " +
+            std::strerror(failed ? failed : errno);
     ::unlink(temporary.c_str());
     return false;
 }
