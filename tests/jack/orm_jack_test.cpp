@@ -490,9 +490,6 @@ TEST_F(OrmJack, WindowShowsThePanelAndItsKnobIsHeard) {
             return xtest::compare(shot, compose(initial, 0)).count == 0;
         },
         20);
-    const std::string picture = xtest::screenshotPath("orm-jack.png");
-    xtest::savePng(shot, picture);
-    std::printf("screenshot: %s\n", picture.c_str());
     EXPECT_EQ(xtest::compare(shot, compose(initial, 0)).count, 0);
 
     // Output, from 0.5 dragged 100 pixels up to 1: louder.
@@ -517,6 +514,15 @@ TEST_F(OrmJack, WindowShowsThePanelAndItsKnobIsHeard) {
     std::printf("Output knob dragged from 0.5 to 1: output rms %.4g -> %.4g (%+.1f dB)\n", before, after,
                 20 * std::log10(after / before));
     EXPECT_GT(after, before * 1.5);
+    // The window shows the knob where the mouse left it.
+    std::vector<float> moved = initial;
+    moved[2] = 1.0f;
+    waitFor([&] { return xtest::compare(xtest::grab(display, window, 1000, 400), compose(moved, 0)).count == 0; }, 10);
+    shot = xtest::grab(display, window, 1000, 400);
+    EXPECT_EQ(xtest::compare(shot, compose(moved, 0)).count, 0);
+    const std::string picture = xtest::screenshotPath("orm-jack.png");
+    xtest::savePng(shot, picture);
+    std::printf("screenshot after the drag: %s\n", picture.c_str());
 
     // Closed by the window manager's close: a clean end, the value remembered.
     XEvent close = {};
