@@ -59,6 +59,14 @@ protected:
         context = mnaContext.get();
     }
 
+    // Load time: a component reads its nodes by position, so a wrong count is refused before any
+    // stamp is made.  "<type> must have <word> nodes. <type> name=<name>, nodes=<count>"
+    void checkNodeCount(const std::string& type, size_t count, const char* countWord) const {
+        if (nodeNames && nodeNames->size() == count) return;
+        throw InvalidArgumentException(type + " must have " + countWord + " nodes. " + type + " name=" + name +
+                                       ", nodes=" + toString(nodeNames ? nodeNames->size() : size_t(0)));
+    }
+
     // The context owns the component: a plain pointer, so that the two do not keep each other.
     MNAContext* context = nullptr;
     std::shared_ptr<std::vector<std::string>> nodeNames;
