@@ -12,6 +12,10 @@ namespace vrn {
 
 class MNAContext;
 
+// The largest table a component may build at load (entries of float, 64 MB): a step that would
+// need more is refused instead of taking the machine's memory.
+constexpr double kMaxTableEntries = 16777216.0;
+
 class Component : public Element {
 public:
     ~Component() override {}

@@ -3,7 +3,6 @@
 #include <cmath>
 
 #include "circuit/MNAContext.h"
-#include "circuit/components/TubeModels.h"
 
 namespace vrn {
 
@@ -189,13 +188,17 @@ void LookupTableAmp::rebuildDerivatives() {
 }
 
 void LookupTableAmp::propertyChanged(const std::string& property, const std::shared_ptr<std::vector<scalar>>& values) {
-    if (!values && (property == "Vout" || property == "Iin"))
-        throw InvalidArgumentException("propertyChanged: " + property + " holds no values. LookupTableAmp name=" + name);
+    auto present = [&] {
+        if (!values)
+            throw InvalidArgumentException("propertyChanged: " + property + " holds no values. LookupTableAmp name=" + name);
+    };
     if (property == "Vout") {
+        present();
         checkTables(*values, *iin, "propertyChanged: ");
         vout = values;
     } else if (property == "Iin") {
         if (!useInputCurrent) return;
+        present();
         checkTables(*vout, *values, "propertyChanged: ");
         iin = values;
         rebuildDerivatives();

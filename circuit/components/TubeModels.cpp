@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "circuit/Component.h"
 #include "engine/Exceptions.h"
 
 namespace vrn {

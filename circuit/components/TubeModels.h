@@ -11,9 +11,6 @@
 
 namespace vrn {
 
-// The largest table a tube or a lookup amplifier may build (entries of float): 64 MB a table.
-constexpr double kMaxTableEntries = 16777216.0;
-
 // Load time: the table ranges and steps of a tube, from its merged properties, refused with the
 // component named before any table is sized.  Values that are missing are left to the models,
 // which say so in their own words.  A triode also has the anode table.

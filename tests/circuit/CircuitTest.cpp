@@ -143,6 +143,12 @@ TEST(Circuit, LookupTableAmpAndIdealAmplifiers) {
     EXPECT_EQ(std::vector<float>(out, out + 5), (std::vector<float>{-2.0f, -2.0f, 0.5f, 1.2f, 2.0f}));
     EXPECT_FLOAT_EQ(circuit->getOutput(1)[3], 1.8f);
     EXPECT_NEAR(circuit->getOutput(2)[3], 2.0f * (1.2f - 0.6f), 1e-5);
+    // A control that writes an empty table is refused; the old table stays.
+    vrn::Element* table = circuit->getMNAContext()->getElement("L1");
+    EXPECT_EQ(messageOf([&] { table->propertyChanged("Vout", std::make_shared<std::vector<float>>()); }),
+              "propertyChanged: Vout holds no values. LookupTableAmp name=L1");
+    circuit->process(inputs, 5);
+    EXPECT_EQ(std::vector<float>(out, out + 5), (std::vector<float>{-2.0f, -2.0f, 0.5f, 1.2f, 2.0f}));
 }
 
 TEST(Circuit, FailedSampleRepeatsTheLastSolutionIsCountedAndBypassWins) {
