@@ -1,7 +1,10 @@
 #include "circuit/Circuit.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+
+#include "circuit/components/Sources.h"
 
 namespace vrn {
 
@@ -46,6 +49,27 @@ void Circuit::process(const std::vector<scalar*>& inputArrays, size_t framesPerB
     process(inputArrays, outputs, framesPerBuffer);
 }
 
+namespace {
+
+bool allFinite(const std::vector<scalar>& values) {
+    for (scalar value : values)
+        if (!std::isfinite(value)) return false;
+    return true;
+}
+
+}  // namespace
+
+void Circuit::checkNetlist(bool dc) {
+    for (Component* component : context->getComponents())
+        if (auto* source = dynamic_cast<VoltageInputSource*>(component)) source->checkInputNumber(numberOfInputs);
+    std::vector<std::string> floating = context->findFloatingNodes();
+    if (floating.empty()) return;
+    std::string list;
+    for (const std::string& node : floating) list += (list.empty() ? "" : ", ") + node;
+    throw VRNException("singular matrix: " + (floating.size() == 1 ? "node " + list + " has" : "nodes " + list + " have") +
+                       " no " + (dc ? "DC " : "") + "path to ground in Circuit " + name);
+}
+
 void Circuit::init() {
     if (!analysis) throw VRNException("Analysis is not set for Circuit " + name);
     if (!analysis->solver) throw VRNException("Analysis: Solver is not set for Circuit " + name);
@@ -56,16 +80,22 @@ void Circuit::init() {
         if (!analysis->dcSolver) throw VRNException("DC Solver is not set for Circuit " + name);
         context->setAnalysis(0);
         context->initialize();
+        checkNetlist(true);
         context->setInputs(inputs);
         analysis->dcSolver->init(context);
         x.assign(static_cast<size_t>(context->getSize()), 0.0f);
         analysis->dcSolver->solve(x);
+        for (size_t i = 0; i < x.size(); ++i)
+            if (!std::isfinite(x[i]))
+                throw VRNException("The operating point is not a number at " + context->describeUnknown(static_cast<int>(i)) +
+                                   " in Circuit " + name);
         context->setSolution(x);
         // The listeners hear 0 → 1: the capacitors start from the operating point.
         context->setAnalysis(1);
     } else if (analysis->type == 1 && analysis->initialCondition == 1) {
         context->setAnalysis(1);
         context->initialize();
+        checkNetlist(false);
         context->setInputs(inputs);
         x.assign(static_cast<size_t>(context->getSize()), 0.0f);
         context->setSolution(x);
@@ -74,6 +104,7 @@ void Circuit::init() {
     } else {
         context->setAnalysis(0);
         context->initialize();
+        checkNetlist(true);
         context->setInputs(inputs);
         x.assign(static_cast<size_t>(context->getSize()), 0.0f);
         context->setSolution(x);
@@ -117,9 +148,16 @@ void Circuit::process(const std::vector<scalar*>& inputArrays, std::vector<scala
             for (MNAEventListener* listener : listeners) listener->nextSample();
         try {
             analysis->solver->solve(x);
-            context->setSolution(x);
+            if (allFinite(x)) {
+                context->setSolution(x);
+            } else {
+                // Nothing recovers from a start that is not a number: go on from the last good one.
+                std::copy(solution.begin(), solution.end(), x.begin());
+                failedSamples.fetch_add(1, std::memory_order_relaxed);
+            }
         } catch (const VRNException&) {
             // A failed sample repeats the last good solution; x goes on from where the solver left it.
+            failedSamples.fetch_add(1, std::memory_order_relaxed);
         }
         std::vector<scalar>& values = context->getOutputs();
         for (size_t j = 0; j < outputArrays.size(); ++j) outputArrays[j][i] = values[j];

@@ -1,6 +1,7 @@
 #pragma once
 // A graph that is an electrical netlist, solved anew for every sample by modified nodal analysis.
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -41,17 +42,23 @@ public:
     // Load time: numbers the netlist, finds the start (operating point or zero), readies the solver.
     void init() override;
     bool isInitialized() const { return initialized; }
+    // Samples whose solve failed (an exception or a value that is not a number) since init: each
+    // repeated the previous sample.  Any thread.
+    unsigned long long getFailedSamples() const { return failedSamples.load(std::memory_order_relaxed); }
 
     void doBypass(const std::vector<scalar*>& inputs, std::vector<scalar*>& outputs, size_t framesPerBuffer);
 
 private:
     void freeOutputs();
+    // Load time, after numbering: what the netlist itself gets wrong, named, before any solve.
+    void checkNetlist(bool dc);
 
     std::shared_ptr<MNAContext> context;
     std::unique_ptr<Analysis> analysis;
     std::shared_ptr<std::vector<scalar>> inputs;
     std::vector<scalar> x;
     bool initialized = false;
+    std::atomic<unsigned long long> failedSamples{0};
 };
 
 }  // namespace vrn

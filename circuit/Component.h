@@ -12,6 +12,10 @@ namespace vrn {
 
 class MNAContext;
 
+// The largest table a component may build at load (entries of float, 64 MB): a step that would
+// need more is refused instead of taking the machine's memory.
+constexpr double kMaxTableEntries = 16777216.0;
+
 class Component : public Element {
 public:
     ~Component() override {}
@@ -57,6 +61,14 @@ protected:
         name = componentName;
         nodeNames = names;
         context = mnaContext.get();
+    }
+
+    // Load time: a component reads its nodes by position, so a wrong count is refused before any
+    // stamp is made.  "<type> must have <word> nodes. <type> name=<name>, nodes=<count>"
+    void checkNodeCount(const std::string& type, size_t count, const char* countWord) const {
+        if (nodeNames && nodeNames->size() == count) return;
+        throw InvalidArgumentException(type + " must have " + countWord + " nodes. " + type + " name=" + name +
+                                       ", nodes=" + toString(nodeNames ? nodeNames->size() : size_t(0)));
     }
 
     // The context owns the component: a plain pointer, so that the two do not keep each other.

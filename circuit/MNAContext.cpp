@@ -131,6 +131,58 @@ void MNAContext::initialize() {
     initialized = true;
 }
 
+std::vector<std::string> MNAContext::findFloatingNodes() {
+    // Union-find over the unknowns, with one more entry for ground.
+    const int ground = size;
+    std::vector<int> parent(static_cast<size_t>(size) + 1);
+    for (size_t i = 0; i < parent.size(); ++i) parent[i] = static_cast<int>(i);
+    auto find = [&](int v) {
+        while (parent[static_cast<size_t>(v)] != v) v = parent[static_cast<size_t>(v)];
+        return v;
+    };
+    auto join = [&](int a, int b) { parent[static_cast<size_t>(find(a < 0 ? ground : a))] = find(b < 0 ? ground : b); };
+    for (size_t i = 0; i < components.size(); ++i) {
+        Component* component = components[i];
+        const std::vector<int>& nodeIndex = *nodeIndices[i];
+        const size_t count = nodeIndex.size();
+        if (fixedRow[i] >= 0) join(fixedRow[i], ground);
+        if (isNonlinear[i])
+            for (size_t p = 1; p < count; ++p) join(nodeIndex[0], nodeIndex[p]);
+        if (scalar** g = component->getG())
+            for (size_t p = 0; p < count; ++p) {
+                bool alone = g[p][p] != 0;
+                for (size_t q = 0; q < count; ++q)
+                    if (q != p && g[p][q] != 0) {
+                        join(nodeIndex[p], nodeIndex[q]);
+                        alone = false;
+                    }
+                // A conductance with no partner among the component's nodes leads to ground.
+                if (alone) join(nodeIndex[p], ground);
+            }
+        scalar** b = extraRowCounts[i] > 0 ? component->getB() : nullptr;
+        scalar** c = extraRowCounts[i] > 0 ? component->getC() : nullptr;
+        for (int k = 0; k < extraRowCounts[i]; ++k)
+            for (size_t p = 0; p < count; ++p)
+                if ((b && b[p][k] != 0) || (c && c[k][p] != 0)) join(firstExtraRow[i] + k, nodeIndex[p]);
+    }
+    std::vector<std::pair<int, std::string>> floating;
+    for (const auto& node : nodes)
+        if (find(node.second) != find(ground)) floating.emplace_back(node.second, node.first);
+    std::sort(floating.begin(), floating.end());
+    std::vector<std::string> names;
+    for (const auto& node : floating) names.push_back(node.second);
+    return names;
+}
+
+std::string MNAContext::describeUnknown(int index) const {
+    for (const auto& node : nodes)
+        if (node.second == index) return "node " + node.first;
+    for (size_t i = 0; i < components.size(); ++i)
+        if (extraRowCounts[i] > 0 && index >= firstExtraRow[i] && index < firstExtraRow[i] + extraRowCounts[i])
+            return "branch current of " + componentNames[i];
+    return "unknown " + toString(index);
+}
+
 void MNAContext::assembleLinearMatrix() {
     std::fill(linearMatrix.begin(), linearMatrix.end(), 0.0f);
     const int last = highestNode + extraRowCount;

@@ -38,6 +38,14 @@ public:
     void setSolution(const std::vector<scalar>& x);
     // Reads the named nodes out of the solution.
     std::vector<scalar>& getOutputs();
+    // Load time, after initialize(): the nodes that nothing ties to ground or to a fixed voltage
+    // in the present analysis, in the order of numbering.  Such a node leaves the matrix singular.
+    // Nonlinear components count as joining all their nodes, so a netlist is never refused for
+    // what only a tube's conduction would decide.
+    std::vector<std::string> findFloatingNodes();
+    // "node <name>" or "branch current of <component>" for an index of x; for messages.
+    std::string describeUnknown(int index) const;
+    bool isExtraRow(int index) const { return index > highestNode && index <= highestNode + extraRowCount; }
 
     void setInputs(const std::shared_ptr<std::vector<scalar>>& values) { inputs = values; }
     const std::shared_ptr<std::vector<scalar>>& getInputs() const { return inputs; }

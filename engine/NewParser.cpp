@@ -104,6 +104,11 @@ void NewParser::parseGraphInputs(const pugi::xml_document& document) {
             sources->push_back(source->second);
             nodes->push_back(node);
         }
+        // A netlist would drop wired inputs it does not declare without a word (a DSP graph
+        // refuses an element that reads an input the graph lacks).
+        const Graph& graph = *(*graphs)[inputGraphs->size()];
+        if (!sources->empty() && graph.getType() == 1 && graph.getNumberOfInputs() < 1)
+            throw VRNException("Inputs are wired to graph " + graph.getName() + ", which declares no NumberOfInputs");
         inputGraphs->push_back(sources);
         inputNodes->push_back(nodes);
     }

@@ -10,10 +10,6 @@ namespace {
 
 bool isGround(const std::string& node) { return node == "0" || node == "GND"; }
 
-void checkNodes(const std::vector<std::string>& nodes, size_t count, const std::string& type, const char* countWord) {
-    if (nodes.size() != count) throw InvalidArgumentException(type + " must have " + countWord + " nodes");
-}
-
 InvalidArgumentException groundedNode(const std::string& type, const std::string& component) {
     return InvalidArgumentException(type + " cannot have a grounded node. " + type + " name=" + component);
 }
@@ -38,7 +34,7 @@ void IdealAmplifier::init(const std::string& componentName, const Properties& pr
                           const std::shared_ptr<std::vector<std::string>>& names,
                           const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
-    checkNodes(*names, 2, "IdealAmplifier", "two");
+    checkNodeCount("IdealAmplifier", 2, "two");
     if (isGround((*names)[0]) || isGround((*names)[1])) throw groundedNode("IdealAmplifier", name);
     fixedNode = names->back();
     gain = readGain(properties, "IdealAmplifier", name);
@@ -65,7 +61,7 @@ void IdealDifferentialAmplifier::init(const std::string& componentName, const Pr
                                       const std::shared_ptr<std::vector<std::string>>& names,
                                       const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
-    checkNodes(*names, 3, "IdealDifferentialAmplifier", "three");
+    checkNodeCount("IdealDifferentialAmplifier", 3, "three");
     if (isGround((*names)[0]) || isGround((*names)[1])) throw groundedNode("IdealDifferentialAmplifier", name);
     fixedNode = names->back();
     gain = readGain(properties, "IdealDifferentialAmplifier", name);
@@ -96,7 +92,7 @@ void OpAmp::init(const std::string& componentName, const Properties& properties,
                  const std::shared_ptr<std::vector<std::string>>& names,
                  const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
-    checkNodes(*names, 3, "OpAmp", "three");
+    checkNodeCount("OpAmp", 3, "three");
     if (isGround((*names)[1])) throw groundedNode("OpAmp", name);
     setGain(readGain(properties, "OpAmp", name));
 }
@@ -130,7 +126,7 @@ void LookupTableAmp::init(const std::string& componentName, const Properties& pr
                           const std::shared_ptr<std::vector<std::string>>& names,
                           const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
-    checkNodes(*names, 2, "LookupTableAmp", "two");
+    checkNodeCount("LookupTableAmp", 2, "two");
     if (isGround((*names)[0]) || isGround((*names)[1])) throw groundedNode("LookupTableAmp", name);
     fixedNode = (*names)[1];
     getProperty(properties, "VinMin", vinMin, toScalar, VRNException("VinMin is not defined. LookupTableAmp name=" + name));
@@ -138,18 +134,44 @@ void LookupTableAmp::init(const std::string& componentName, const Properties& pr
     getProperty(properties, "DeltaV", deltaV, toScalar, VRNException("DeltaV is not defined. LookupTableAmp name=" + name));
     if (!(deltaV > 0)) throw InvalidArgumentException("DeltaV must be greater than 0. LookupTableAmp name=" + name);
     inverseDeltaV = 1.0f / deltaV;
+    if (!(vinMin < vinMax))
+        throw InvalidArgumentException("VinMax must be greater than VinMin. LookupTableAmp name=" + name +
+                                       ", VinMin=" + toString(static_cast<double>(vinMin)) +
+                                       ", VinMax=" + toString(static_cast<double>(vinMax)));
+    const double entries = std::trunc((static_cast<double>(vinMax) - vinMin) / deltaV) + 1.0;
+    if (!(entries <= kMaxTableEntries))
+        throw InvalidArgumentException(
+            "LookupTableAmp: the table would hold " +
+            (std::isfinite(entries) ? toString(static_cast<size_t>(entries)) : std::string("infinitely many")) +
+            " entries, more than " + toString(static_cast<size_t>(kMaxTableEntries)) +
+            "; raise DeltaV. LookupTableAmp name=" + name);
     auto useCurrent = properties.find("UseInputCurrent");
     if (useCurrent != properties.end()) useInputCurrent = toInt(useCurrent->second) == 1;
     size_t capacity = static_cast<size_t>(std::trunc((vinMax - vinMin) / deltaV)) + 5;
     vout->reserve(capacity);
     iin->reserve(capacity);
     auto voutText = properties.find("Vout");
-    if (voutText != properties.end()) parseScalars(voutText->second, "|", vout);
+    if (voutText == properties.end()) throw VRNException("Vout is not defined. LookupTableAmp name=" + name);
+    parseScalars(voutText->second, "|", vout);
     auto iinText = properties.find("Iin");
-    if (useInputCurrent && iinText != properties.end()) {
-        parseScalars(iinText->second, "|", iin);
-        rebuildDerivatives();
-    }
+    if (useInputCurrent && iinText != properties.end()) parseScalars(iinText->second, "|", iin);
+    checkTables(*vout, *iin, "");
+    if (useInputCurrent && iinText != properties.end()) rebuildDerivatives();
+}
+
+void LookupTableAmp::checkTables(const std::vector<scalar>& out, const std::vector<scalar>& current,
+                                 const char* prefix) const {
+    const std::string named = " LookupTableAmp name=" + name;
+    if (out.empty()) throw InvalidArgumentException(std::string(prefix) + "Vout holds no values." + named);
+    if (!current.empty() && current.size() < out.size())
+        throw InvalidArgumentException(std::string(prefix) + "Iin must hold at least as many values as Vout." + named +
+                                       ", Iin=" + toString(current.size()) + ", Vout=" + toString(out.size()));
+    for (const std::vector<scalar>* table : {&out, &current})
+        for (scalar value : *table)
+            if (!std::isfinite(value))
+                throw InvalidArgumentException(std::string(prefix) + (table == &out ? "Vout" : "Iin") +
+                                               " holds a value that is not a number." + named +
+                                               ", value=" + toString(static_cast<double>(value)));
 }
 
 void LookupTableAmp::rebuildDerivatives() {
@@ -166,10 +188,18 @@ void LookupTableAmp::rebuildDerivatives() {
 }
 
 void LookupTableAmp::propertyChanged(const std::string& property, const std::shared_ptr<std::vector<scalar>>& values) {
+    auto present = [&] {
+        if (!values)
+            throw InvalidArgumentException("propertyChanged: " + property + " holds no values. LookupTableAmp name=" + name);
+    };
     if (property == "Vout") {
+        present();
+        checkTables(*values, *iin, "propertyChanged: ");
         vout = values;
     } else if (property == "Iin") {
         if (!useInputCurrent) return;
+        present();
+        checkTables(*vout, *values, "propertyChanged: ");
         iin = values;
         rebuildDerivatives();
     } else {

@@ -79,6 +79,8 @@ public:
 
 private:
     void rebuildDerivatives();
+    // The lookup reads Vout[0] and Iin at every index of Vout: refused unless both hold that much.
+    void checkTables(const std::vector<scalar>& out, const std::vector<scalar>& current, const char* prefix) const;
 
     scalar vinMin = 0.0f;
     scalar vinMax = 0.0f;

@@ -15,10 +15,6 @@ inline scalar voltage(const std::vector<scalar>& x, int index) {
     return index < 0 ? 0.0f : x[static_cast<size_t>(index)];
 }
 
-void checkThreeNodes(const std::vector<std::string>& nodes, const std::string& type) {
-    if (nodes.size() != 3) throw InvalidArgumentException(type + " must have three nodes");
-}
-
 }  // namespace
 
 // --- GridClamp
@@ -27,7 +23,7 @@ void GridClamp::init(const std::string& componentName, const Properties& propert
                      const std::shared_ptr<std::vector<std::string>>& names,
                      const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
-    checkThreeNodes(*names, "GridClamp");
+    checkNodeCount("GridClamp", 3, "three");
     if (isGround((*names)[0]))
         throw InvalidArgumentException("GridClamp cannot hold a grounded grid. GridClamp name=" + name);
     fixedNode = (*names)[0];
@@ -56,7 +52,7 @@ void GridCurrentLoad::init(const std::string& componentName, const Properties& p
                            const std::shared_ptr<std::vector<std::string>>& names,
                            const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
-    checkThreeNodes(*names, "GridCurrentLoad");
+    checkNodeCount("GridCurrentLoad", 3, "three");
     readProperties(properties);
 }
 

@@ -29,6 +29,7 @@ void Resistor::init(const std::string& componentName, const Properties& properti
                     const std::shared_ptr<std::vector<std::string>>& names,
                     const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
+    checkNodeCount("Resistor", 2, "two");
     readProperties(properties);
 }
 
@@ -67,6 +68,7 @@ void Capacitor::init(const std::string& componentName, const Properties& propert
                      const std::shared_ptr<std::vector<std::string>>& names,
                      const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
+    checkNodeCount("Capacitor", 2, "two");
     readProperties(properties);
     context->addListener(this);
 }
@@ -156,6 +158,7 @@ void Potentiometer::init(const std::string& componentName, const Properties& pro
                          const std::shared_ptr<std::vector<std::string>>& names,
                          const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
+    checkNodeCount("Potentiometer", 3, "three");
     readProperties(properties);
 }
 

@@ -13,7 +13,7 @@ bool isGround(const std::string& node) { return node == "0" || node == "GND"; }
 VoltageSource::VoltageSource() : bRows{b[0], b[1]}, cRows{c[0]} {}
 
 void VoltageSource::chooseFixedNode(const char* typeName) {
-    if (nodeNames->size() != 2) throw InvalidArgumentException(std::string(typeName) + " must have two nodes");
+    checkNodeCount(typeName, 2, "two");
     fixed = false;
     for (const std::string& node : *nodeNames)
         if (!isGround(node)) {
@@ -93,6 +93,13 @@ void VoltageInputSource::propertyChanged(const std::string& property, scalar val
         throw InvalidArgumentException("propertyChanged: Invalid property name: " + property +
                                        ". VoltageInputSource name=" + name);
     dcOffset = value;
+}
+
+void VoltageInputSource::checkInputNumber(int numberOfInputs) const {
+    if (inputNumber >= 0 && inputNumber < numberOfInputs) return;
+    throw InvalidArgumentException("VoltageInputSource: InputNumber out of range. VoltageInputSource name=" + name +
+                                   ", InputNumber=" + toString(inputNumber) +
+                                   ", NumberOfInputs=" + toString(numberOfInputs));
 }
 
 scalar* VoltageInputSource::getRhs(std::vector<scalar>&) {

@@ -59,6 +59,8 @@ public:
     // Audio thread: DCOffset plus the present input sample.
     scalar* getRhs(std::vector<scalar>& x) override;
     void analysisChanged(int oldType, int newType) override;
+    // Load time, when the graph's input count is known: InputNumber must name one of its inputs.
+    void checkInputNumber(int numberOfInputs) const;
 
 private:
     int inputNumber = 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "circuit/Component.h"
 #include "engine/Exceptions.h"
 
 namespace vrn {
@@ -39,7 +40,58 @@ VRNException notImplemented(const char* model) {
     return VRNException(std::string(model) + "::setProperty is not yet implemented.");
 }
 
+std::string tooLarge(const char* what, double entries, const char* steps, const std::string& type,
+                     const std::string& name) {
+    std::string count = std::isfinite(entries) ? toString(static_cast<size_t>(entries)) : std::string("infinitely many");
+    return type + ": the " + what + " table would hold " + count + " entries, more than " +
+           toString(static_cast<size_t>(kMaxTableEntries)) + "; raise " + steps + ". " + type + " name=" + name;
+}
+
 }  // namespace
+
+void checkTubeTables(const Properties& properties, const std::string& type, const std::string& name, bool anodeTable) {
+    if (readFlag(properties, "DoNotInterpolate")) return;
+    const std::string named = ". " + type + " name=" + name;
+    auto positive = [&](const char* key, scalar value) {
+        if (!(value > 0))
+            throw InvalidArgumentException(std::string(key) + " must be greater than 0" + named +
+                                           ", value=" + toString(static_cast<double>(value)));
+    };
+    auto has = [&](const char* key) { return properties.count(key) != 0; };
+    // The defaults of the models: the anode steps in 0.2 V, the grid in 10 mV, up to 8 V.
+    scalar gridStep = 0.01f, gridMax = 8.0f;
+    readOptional(properties, "DeltaVgk", gridStep);
+    readOptional(properties, "VgkMax", gridMax);
+    if (anodeTable) {
+        scalar plateStep = 10.0f, anodeStep = 0.2f;
+        readOptional(properties, "DeltaVpk", plateStep);
+        readOptional(properties, "DeltaVgk", anodeStep);
+        positive("DeltaVpk", plateStep);
+        positive("DeltaVgk", anodeStep);
+        if (has("VgkMax") && has("VgkMin") && has("VpMax")) {
+            scalar vgkMin = toScalar(properties.at("VgkMin")), vpMax = toScalar(properties.at("VpMax"));
+            if (!(vgkMin < gridMax))
+                throw InvalidArgumentException("VgkMax must be greater than VgkMin. VgkMax=" +
+                                               toString(static_cast<double>(gridMax)) +
+                                               " VgkMin=" + toString(static_cast<double>(vgkMin)) + named);
+            if (!(vpMax > 0))
+                throw InvalidArgumentException("Triode: VpMax must be greater than 0. VpMax=" +
+                                               toString(static_cast<double>(vpMax)) + named);
+            double rows = std::trunc((static_cast<double>(gridMax) - vgkMin) / anodeStep) + 1.0;
+            double columns = std::trunc(static_cast<double>(vpMax) / plateStep) + 1.0;
+            if (!(rows * columns <= kMaxTableEntries))
+                throw InvalidArgumentException(tooLarge("anode current", rows * columns, "DeltaVgk or DeltaVpk", type, name));
+        }
+    }
+    // The grid table runs from Vgk + Vc = 0 up to VgkMax.
+    positive("DeltaVgk", gridStep);
+    if (!(gridMax >= 0))
+        throw InvalidArgumentException("VgkMax cannot be negative: the grid current table starts at 0 V" + named +
+                                       ", value=" + toString(static_cast<double>(gridMax)));
+    double gridEntries = std::trunc(static_cast<double>(gridMax) / gridStep) + 2.0;
+    if (!(gridEntries <= kMaxTableEntries))
+        throw InvalidArgumentException(tooLarge("grid current", gridEntries, "DeltaVgk", type, name));
+}
 
 // --- NKTriodeAnodeCurrent
 

@@ -11,6 +11,11 @@
 
 namespace vrn {
 
+// Load time: the table ranges and steps of a tube, from its merged properties, refused with the
+// component named before any table is sized.  Values that are missing are left to the models,
+// which say so in their own words.  A triode also has the anode table.
+void checkTubeTables(const Properties& properties, const std::string& type, const std::string& name, bool anodeTable);
+
 class TriodeCurrent {
 public:
     virtual ~TriodeCurrent() {}

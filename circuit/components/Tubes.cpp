@@ -82,7 +82,9 @@ void Triode::init(const std::string& componentName, const Properties& properties
                   const std::shared_ptr<std::vector<std::string>>& names,
                   const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
+    checkNodeCount("Triode", 3, "three");
     Properties merged = merge(properties, kTriodes, "triode");
+    checkTubeTables(merged, "Triode", name, true);
     anode.reset(new NKTriodeAnodeCurrent());
     anode->setProperties(merged);
     grid.reset(new PowerLawTriodeGridCurrent());
@@ -148,7 +150,9 @@ void Pentode::init(const std::string& componentName, const Properties& propertie
                    const std::shared_ptr<std::vector<std::string>>& names,
                    const std::shared_ptr<MNAContext>& mnaContext) {
     bind(componentName, names, mnaContext);
+    checkNodeCount("Pentode", 4, "four");
     Properties merged = merge(properties, kPentodes, "pentode");
+    checkTubeTables(merged, "Pentode", name, false);
     anode.reset(new NKPentodeAnodeCurrent());
     anode->setProperties(merged);
     grid.reset(new PowerLawPentodeGridCurrent());

@@ -161,7 +161,25 @@ void NewtonSolver::splitSolve(std::vector<scalar>& jacobian) {
     int result = ludcmp(u, jacobian.data(), n, pivots.data());
     if (result != 0) {
         lastError = result;
-        throw VRNException("ludcmp returned error: " + toString(result));
+        // The first column without a usable pivot is the unknown that the system leaves undetermined.
+        int column = 0;
+        for (; column < u; ++column) {
+            bool pivot = false;
+            for (int i = column; i < u && !pivot; ++i)
+                pivot = std::fabs(jacobian[static_cast<size_t>(i) + static_cast<size_t>(column) * static_cast<size_t>(n)]) >= 1e-20f;
+            if (!pivot) break;
+        }
+        // A branch current is left undetermined by some node's equation that found no partner: the
+        // rows still without a pivot are those equations, in their original order.
+        int unknown = column;
+        if (column < u && context->isExtraRow(column))
+            for (int i = column; i < u; ++i)
+                if (!context->isExtraRow(pivots[static_cast<size_t>(i)])) {
+                    unknown = pivots[static_cast<size_t>(i)];
+                    break;
+                }
+        throw VRNException("ludcmp returned error: " + toString(result) +
+                           (column < u ? " at " + context->describeUnknown(unknown) : std::string()));
     }
     result = lubksb(u, jacobian.data(), n, pivots.data(), delta.data(), residual.data());
     if (result != 0) {

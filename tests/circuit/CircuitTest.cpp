@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <fstream>
 #include <sstream>
 
@@ -142,24 +143,57 @@ TEST(Circuit, LookupTableAmpAndIdealAmplifiers) {
     EXPECT_EQ(std::vector<float>(out, out + 5), (std::vector<float>{-2.0f, -2.0f, 0.5f, 1.2f, 2.0f}));
     EXPECT_FLOAT_EQ(circuit->getOutput(1)[3], 1.8f);
     EXPECT_NEAR(circuit->getOutput(2)[3], 2.0f * (1.2f - 0.6f), 1e-5);
+    // A control that writes an empty table is refused; the old table stays.
+    vrn::Element* table = circuit->getMNAContext()->getElement("L1");
+    EXPECT_EQ(messageOf([&] { table->propertyChanged("Vout", std::make_shared<std::vector<float>>()); }),
+              "propertyChanged: Vout holds no values. LookupTableAmp name=L1");
+    circuit->process(inputs, 5);
+    EXPECT_EQ(std::vector<float>(out, out + 5), (std::vector<float>{-2.0f, -2.0f, 0.5f, 1.2f, 2.0f}));
 }
 
-TEST(Circuit, FailedSampleRepeatsTheLastSolutionAndBypassWins) {
-    // Newton on a floating pair of nodes: the unknown block is singular, ludcmp refuses, and the
-    // circuit swallows it.  The output stays at the last good solution (zero here).
-    auto circuit = parseCircuit(inputSource() + element("IdealAmplifier", "A1", "Gain=\"2\"", {"in", "out"}) +
-                                element("Resistor", "R1", "Resistance=\"1000\"", {"x", "y"}) +
-                                "<Output><Node Name=\"out\"/></Output>" +
+TEST(Circuit, FailedSampleRepeatsTheLastSolutionIsCountedAndBypassWins) {
+    // The cathode follows -in; above a grounded screen the pentode's current is not a number, and
+    // that sample repeats the last good solution.  The output is the input node itself.
+    auto circuit = parseCircuit(inputSource() + element("IdealAmplifier", "A1", "Gain=\"-1\"", {"in", "k"}) +
+                                element("Pentode", "V1", "Type=\"KT66\"", {"p", "GND", "g", "k"}) +
+                                element("Resistor", "Rp", "Resistance=\"1000\"", {"p", "GND"}) +
+                                element("Resistor", "Rg", "Resistance=\"1000\"", {"g", "GND"}) +
+                                "<Output><Node Name=\"in\"/></Output>" +
                                 R"(<Analysis Type="DC"><Solver Type="NewtonRaphson"><Properties RelativeTollerance="1e-6" AbsoluteTollerance="1e-6" MaxIterations="10"/></Solver></Analysis>)");
     circuit->init();
-    std::vector<float> out = run(*circuit, {1.0f, 2.0f, 3.0f});
-    for (float v : out) EXPECT_EQ(v, 0.0f);
+    EXPECT_EQ(run(*circuit, {0.25f, -0.5f, -0.75f}), (std::vector<float>{0.25f, 0.25f, 0.25f}));
+    EXPECT_EQ(circuit->getFailedSamples(), 2u);
 
     circuit->setBypass(true, 0);
     circuit->setOff(true, 0);
     EXPECT_EQ(run(*circuit, {1.0f, 2.0f}), (std::vector<float>{1.0f, 2.0f}));
     circuit->setBypass(false, 0);
     EXPECT_EQ(run(*circuit, {1.0f, 2.0f}), (std::vector<float>{0.0f, 0.0f}));
+
+    // A solution that is not a number is a failed sample too, never an output.
+    auto linear = parseCircuit(rcLowPass());
+    linear->init();
+    EXPECT_EQ(run(*linear, {1.0f, 1.0f}).size(), 2u);
+    linear->getMNAContext()->getElement("Vin")->propertyChanged("DCOffset", std::nanf(""));
+    std::vector<float> held = run(*linear, {1.0f, 1.0f});
+    EXPECT_TRUE(std::isfinite(held[0]) && held[0] == held[1]) << held[0];
+    EXPECT_EQ(linear->getFailedSamples(), 2u);
+}
+
+TEST(Circuit, FloatingNodeInATriodeStageIsNamedAtLoad) {
+    // The input coupling split into two capacitors in series: nothing holds the node between them
+    // for the operating point, whichever solver.  From zero the capacitors hold it.
+    const std::string cin = "<Node Name=\"in\"/><Node Name=\"grid\"/></Element>";
+    std::string stage = triodeStage();
+    stage.replace(stage.find(cin), cin.size(),
+                  "<Node Name=\"in\"/><Node Name=\"mid\"/></Element>" +
+                      element("Capacitor", "C2", "Capacitance=\"22e-9\"", {"mid", "grid"}));
+    for (const std::string& solver : {newton(), linear()})
+        EXPECT_EQ(messageOf([&] { parseCircuit(stage.substr(0, stage.find("<Analysis")) + analysis(solver))->init(); }),
+                  "singular matrix: node mid has no DC path to ground in Circuit C");
+    std::string fromZero = stage.substr(0, stage.find("<Analysis")) +
+                           R"(<Analysis Type="AC"><InitialCondition Type="Zero"/>)" + newton() + "</Analysis>";
+    EXPECT_EQ(messageOf([&] { parseCircuit(fromZero)->init(); }), "");
 }
 
 TEST(Circuit, TriodeClampsThePlateAndTablesFollowTheFormula) {
@@ -207,14 +241,18 @@ struct MessageCase {
     const char* message;
 };
 
+// A message ending in "..." is matched on what comes before.
 void expectMessages(const std::vector<MessageCase>& cases, bool init) {
-    for (const auto& c : cases)
-        EXPECT_EQ(messageOf([&] {
-                      auto circuit = parseCircuit(c.graph);
-                      if (init) circuit->init();
-                  }),
-                  c.message)
-            << c.graph;
+    for (const auto& c : cases) {
+        std::string message = messageOf([&] {
+            auto circuit = parseCircuit(c.graph);
+            if (init) circuit->init();
+        });
+        std::string expected = c.message;
+        if (expected.size() > 3 && expected.compare(expected.size() - 3, 3, "...") == 0)
+            message = message.substr(0, expected.size() - 3), expected.resize(expected.size() - 3);
+        EXPECT_EQ(message, expected) << c.graph;
+    }
 }
 
 const std::string R1 = element("Resistor", "R1", "Resistance=\"1\"", {"a", "GND"});
@@ -257,8 +295,32 @@ TEST(CircuitMessages, ContextAndCircuit) {
                     {R1 + R1 + kDC, "Duplicate component name: R1"},
                     {R1 + "<Output><Node Name=\"GND\"/></Output>" + kDC, "Output node with name GND does not exist."},
                     {R1 + R"(<Analysis Type="AC"><InitialCondition Type="User"/><Solver Type="Linear"/></Analysis>)",
-                     "Invalid initial condition for Circuit C"}},
+                     "Invalid initial condition for Circuit C"},
+                    // Faults found at load, before any solve.
+                    {element("VoltageInputSource", "Vin", "InputNumber=\"1\"", {"in", "GND"}) + R1 +
+                         R"(<Analysis Type="AC"><InitialCondition Type="Zero"/><Solver Type="Linear"/></Analysis>)",
+                     "VoltageInputSource: InputNumber out of range. VoltageInputSource name=Vin, InputNumber=1, "
+                     "NumberOfInputs=1"},
+                    {R1 + element("Capacitor", "C1", "Capacitance=\"1e-6\"", {"a", "mid"}) +
+                         element("Capacitor", "C2", "Capacitance=\"1e-6\"", {"mid", "GND"}) + kDC,
+                     "singular matrix: node mid has no DC path to ground in Circuit C"},
+                    {R1 + element("Resistor", "R2", "Resistance=\"1\"", {"x", "y"}) +
+                         R"(<Analysis Type="AC"><InitialCondition Type="Zero"/><Solver Type="Linear"/></Analysis>)",
+                     "singular matrix: nodes x, y have no path to ground in Circuit C"},
+                    // The op-amp's input has no equation of its own; Newton's factorisation names it.
+                    {element("VoltageInputSource", "Vin", "InputNumber=\"0\"", {"in", "GND"}) +
+                         element("OpAmp", "U1", "Gain=\"1000\"", {"free", "out", "out"}) +
+                         element("Resistor", "R2", "Resistance=\"1\"", {"out", "GND"}) +
+                         R"(<Analysis Type="AC"><InitialCondition Type="OperatingPoint">)" + newton() +
+                         "</InitialCondition>" + newton() + "</Analysis>",
+                     "ludcmp returned error: -1 at node free"}},
                    true);
+    // Through a Driver, which owns what a half-parsed description leaves.
+    EXPECT_EQ(messageOf([] {
+                  std::istringstream description(systemAround(R1 + kDC + "<Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>", 0));
+                  vrn::Driver::create()->init(description);
+              }),
+              "Inputs are wired to graph C, which declares no NumberOfInputs");
     auto circuit = parseCircuit(R1 + kDC);
     std::vector<float*> none;
     EXPECT_EQ(messageOf([&] { circuit->process(none, none, 1); }), "Circuit is not initialized. Circuit Name: C");
@@ -286,20 +348,38 @@ TEST(CircuitMessages, ComponentsAndSolvers) {
         {"Potentiometer", "Resistance=\"0\" Wiper=\"0.5\"", three,
          "Resistance cannot be negative or zero. Potentiometer name=X1, value=0"},
         {"Potentiometer", "Resistance=\"1\"", three, "Wiper is not defined. Potentiometer name=X1"},
-        {"Battery", "Voltage=\"1\"", {"a"}, "Battery must have two nodes"},
+        {"Battery", "Voltage=\"1\"", {"a"}, "Battery must have two nodes. Battery name=X1, nodes=1"},
+        {"Resistor", "Resistance=\"1\"", three, "Resistor must have two nodes. Resistor name=X1, nodes=3"},
+        {"Potentiometer", "Resistance=\"1\" Wiper=\"0.5\"", two,
+         "Potentiometer must have three nodes. Potentiometer name=X1, nodes=2"},
+        {"Triode", "Type=\"12AX7\"", {"p", "g"}, "Triode must have three nodes. Triode name=X1, nodes=2"},
+        {"Pentode", "Type=\"KT66\"", pgk, "Pentode must have four nodes. Pentode name=X1, nodes=3"},
         {"Battery", "", two, "Voltage is not defined. Battery name=X1"},
         {"VoltageInputSource", "", two, "InputNumber is not defined. VoltageInputSource name=X1"},
         {"IdealAmplifier", "Gain=\"1\"", two, "IdealAmplifier cannot have a grounded node. IdealAmplifier name=X1"},
-        {"IdealDifferentialAmplifier", "Gain=\"1\"", {"a", "b"}, "IdealDifferentialAmplifier must have three nodes"},
+        {"IdealDifferentialAmplifier", "Gain=\"1\"", {"a", "b"},
+         "IdealDifferentialAmplifier must have three nodes. IdealDifferentialAmplifier name=X1, nodes=2"},
         {"OpAmp", "Gain=\"1\"", {"a", "0", "c"}, "OpAmp cannot have a grounded node. OpAmp name=X1"},
         {"OpAmp", "", three, "Gain is not defined. OpAmp name=X1"},
         {"LookupTableAmp", "VinMin=\"0\" VinMax=\"1\" DeltaV=\"0\"", {"a", "b"},
          "DeltaV must be greater than 0. LookupTableAmp name=X1"},
+        {"LookupTableAmp", "VinMin=\"1\" VinMax=\"0\" DeltaV=\"0.5\" Vout=\"0\"", {"a", "b"},
+         "VinMax must be greater than VinMin. LookupTableAmp name=X1, VinMin=1, VinMax=0"},
+        {"LookupTableAmp", "VinMin=\"0\" VinMax=\"1\" DeltaV=\"1e-9\" Vout=\"0\"", {"a", "b"},
+         "LookupTableAmp: the table would hold ..."},
+        {"LookupTableAmp", "VinMin=\"0\" VinMax=\"1\" DeltaV=\"0.5\"", {"a", "b"}, "Vout is not defined. LookupTableAmp name=X1"},
+        {"LookupTableAmp", "VinMin=\"0\" VinMax=\"1\" DeltaV=\"0.5\" Vout=\"0|1|2\" Iin=\"0|1\"", {"a", "b"},
+         "Iin must hold at least as many values as Vout. LookupTableAmp name=X1, Iin=2, Vout=3"},
         {"Triode", "Type=\"12AU7\"", pgk, "Invalid built-in triode type: 12AU7"},
         {"Pentode", "Type=\"EL84\"", psgk, "Invalid built-in pentode type: EL84"},
         {"Triode", "Vct=\"0\" Kp=\"600\" Kvb=\"300\" mu=\"100\" Ex=\"1.4\"", pgk, "NKTriodeAnodeCurrent: Kg is not defined."},
         {"Triode", "Type=\"12AX7\" mu=\"-1\"", pgk, "Triode: mu must be greater than or equal to 0. mu=-1"},
-        {"Triode", "Type=\"12AX7\" VgkMin=\"5\"", pgk, "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=5"},
+        {"Triode", "Type=\"12AX7\" VgkMin=\"5\"", pgk, "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=5. Triode name=X1"},
+        {"Triode", "Type=\"12AX7\" DeltaVgk=\"0\"", pgk, "DeltaVgk must be greater than 0. Triode name=X1, value=0"},
+        {"Triode", "Type=\"12AX7\" VgkMin=\"-9\" VgkMax=\"-1\"", pgk,
+         "VgkMax cannot be negative: the grid current table starts at 0 V. Triode name=X1, value=-1"},
+        {"Triode", "Type=\"12AX7\" DeltaVpk=\"1e-6\"", pgk, "Triode: the anode current table would hold ..."},
+        {"Pentode", "Type=\"KT66\" DeltaVgk=\"1e-9\"", psgk, "Pentode: the grid current table would hold ..."},
         {"Triode",
          "Vct=\"0\" Kp=\"600\" Kvb=\"300\" mu=\"100\" Ex=\"1.4\" Kg=\"1060\" Vc=\"0.5\" Igc=\"1e-4\" DoNotInterpolate=\"true\"",
          pgk, "PowerLawGridCurrent: A is not defined."},

@@ -75,3 +75,40 @@ TEST(Robustness, HostileAttributesFailCleanly) {
     }
     std::printf("%d variants, %d refused with a message, the rest ran\n", variants, refused);
 }
+
+TEST(Robustness, NetlistMistakesAreNamedAtLoad) {
+    // The circuit guide's netlist with one ordinary mistake each: the load fails and names it.
+    std::string guide = readFile(std::string(ORM_SOURCE_DIR) + "/docs/circuits.md");
+    const size_t start = guide.find("```xml\n<System>") + 7;
+    guide = guide.substr(start, guide.find("```", start) - start);
+    auto edited = [&](const std::string& from, const std::string& to) {
+        std::string text = guide;
+        const size_t at = text.find(from);
+        EXPECT_NE(std::string::npos, at) << from;
+        return at == std::string::npos ? text : text.replace(at, from.size(), to);
+    };
+    const std::string stageInputs = "<NumberOfInputs>1</NumberOfInputs>\n      <Inputs><Input Graph=\"Pre\"";
+    const struct {
+        std::string description;
+        const char* words;
+    } cases[] = {
+        {edited("<Node Name=\"supply\"/><Node Name=\"plate\"/>", "<Node Name=\"supply\"/><Node Name=\"plate\"/><Node Name=\"GND\"/>"),
+         "Resistor must have two nodes. Resistor name=Rp, nodes=3"},
+        {edited("<Node Name=\"plate\"/><Node Name=\"grid\"/><Node Name=\"cathode\"/>", "<Node Name=\"plate\"/><Node Name=\"grid\"/>"),
+         "Triode must have three nodes. Triode name=V1, nodes=2"},
+        {edited("InputNumber=\"0\"", "InputNumber=\"1\""), "InputNumber out of range. VoltageInputSource name=Vin, InputNumber=1"},
+        {edited(stageInputs, "<Inputs><Input Graph=\"Pre\""), "Inputs are wired to graph Stage, which declares no NumberOfInputs"},
+        {edited("Type=\"12AX7\"", "Type=\"12AX7\" DeltaVgk=\"0\""), "DeltaVgk must be greater than 0. Triode name=V1"},
+        {edited("Type=\"12AX7\"", "Type=\"12AX7\" DeltaVgk=\"1e-7\""), "the anode current table would hold"},
+        {edited("<Node Name=\"in\"/><Node Name=\"grid\"/>", "<Node Name=\"in\"/><Node Name=\"mid\"/></Element>"
+                "<Element Type=\"Capacitor\" Name=\"C2\"><Properties Capacitance=\"22e-9\"/><Node Name=\"mid\"/><Node Name=\"grid\"/>"),
+         "singular matrix: node mid has no DC path to ground in Circuit Stage"},
+    };
+    for (const auto& c : cases) {
+        std::string message;
+        EXPECT_FALSE(loadsAndRuns(c.description, message)) << c.words;
+        EXPECT_NE(std::string::npos, message.find(c.words)) << message;
+    }
+    std::string message;
+    EXPECT_TRUE(loadsAndRuns(guide, message)) << message;
+}

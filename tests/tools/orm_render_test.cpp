@@ -311,3 +311,51 @@ TEST_F(OrmRender, OversamplingPathIsTransparentAtEveryFactor) {
         EXPECT_NEAR(0.0, gainDb, 0.1) << "factor " << factor;
     }
 }
+
+TEST_F(OrmRender, CheckDescribesOrRefusesAndFailedSamplesAreCounted) {
+    auto check = [&](const std::string& file, std::string& out) {
+        std::string command = std::string(ORM_RENDER_PATH) + " --check " + file + " >" + path("out.txt") + " 2>&1";
+        int status = std::system(command.c_str());
+        std::stringstream text;
+        text << std::ifstream(path("out.txt")).rdbuf();
+        out = text.str();
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    std::string out;
+    EXPECT_EQ(0, check(example(), out));
+    for (const char* words : {"Preamp: DSP, x1 (48000 Hz), 1 input, 1 output", "system: 1 input, 2 outputs", "Level"})
+        EXPECT_NE(std::string::npos, out.find(words)) << out;
+    EXPECT_FALSE(fs::exists(path("x.wav")));
+
+    // A netlist: a source, a resistor, and two capacitors in series to ground.
+    const std::string netlist =
+        "<System><Graphs><Graph Name=\"C\" Type=\"MNA\"><NumberOfInputs>1</NumberOfInputs>"
+        "<Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>"
+        "<Element Type=\"VoltageInputSource\" Name=\"Vin\"><Properties InputNumber=\"0\"/><Node Name=\"in\"/><Node Name=\"GND\"/></Element>"
+        "<Element Type=\"Resistor\" Name=\"R1\"><Properties Resistance=\"1000\"/><Node Name=\"in\"/><Node Name=\"out\"/></Element>"
+        "<Element Type=\"Capacitor\" Name=\"C1\"><Properties Capacitance=\"1e-6\"/><Node Name=\"out\"/><Node Name=\"mid\"/></Element>"
+        "<Element Type=\"Capacitor\" Name=\"C2\"><Properties Capacitance=\"1e-6\"/><Node Name=\"mid\"/><Node Name=\"GND\"/></Element>"
+        "<Output><Node Name=\"out\"/></Output><Analysis Type=\"DC\"><Solver Type=\"Linear\"/></Analysis></Graph></Graphs>"
+        "<Outputs><Output Graph=\"C\" Node=\"out\"/></Outputs></System>";
+    std::ofstream(path("floating.xml")) << netlist;
+    EXPECT_EQ(1, check(path("floating.xml"), out));
+    EXPECT_EQ("orm-render: singular matrix: node mid has no DC path to ground in Circuit C\n", out);
+
+    // A cathode driven above a grounded screen: the pentode's current is not a number from the
+    // first negative input on.  The render completes and says how many samples repeated.
+    std::string pentode = netlist;
+    pentode.replace(pentode.find("<Element Type=\"Resistor\""), pentode.find("<Output>") - pentode.find("<Element Type=\"Resistor\""),
+                    "<Element Type=\"IdealAmplifier\" Name=\"A1\"><Properties Gain=\"-1\"/><Node Name=\"in\"/><Node Name=\"k\"/></Element>"
+                    "<Element Type=\"Pentode\" Name=\"V1\"><Properties Type=\"KT66\"/><Node Name=\"p\"/><Node Name=\"GND\"/><Node Name=\"g\"/><Node Name=\"k\"/></Element>"
+                    "<Element Type=\"Resistor\" Name=\"Rp\"><Properties Resistance=\"1000\"/><Node Name=\"p\"/><Node Name=\"GND\"/></Element>"
+                    "<Element Type=\"Resistor\" Name=\"Rg\"><Properties Resistance=\"1000\"/><Node Name=\"g\"/><Node Name=\"GND\"/></Element>"
+                    "<Element Type=\"Resistor\" Name=\"Ro\"><Properties Resistance=\"1000\"/><Node Name=\"in\"/><Node Name=\"out\"/></Element>"
+                    "<Element Type=\"Resistor\" Name=\"Rl\"><Properties Resistance=\"1000\"/><Node Name=\"out\"/><Node Name=\"GND\"/></Element>");
+    pentode.replace(pentode.find("<Solver Type=\"Linear\"/>"), 23,
+                    "<Solver Type=\"NewtonRaphson\"><Properties RelativeTollerance=\"1e-6\" AbsoluteTollerance=\"1e-6\" MaxIterations=\"10\"/></Solver>");
+    std::ofstream(path("pentode.xml")) << pentode;
+    Result result = run("--system " + path("pentode.xml") + " --signal sine:1000 --seconds 0.01 --out " + path("p.wav"));
+    EXPECT_EQ(0, result.status) << result.errors;
+    EXPECT_NE(std::string::npos, result.errors.find("samples of a circuit failed to solve; each repeats the previous sample"))
+        << result.errors;
+}

@@ -23,6 +23,7 @@ double number(const std::string& option, const std::string& text) {
 const char* usageText() {
     return "usage: orm-render [--plugin MODULE | --system FILE.xml] (--in FILE | --signal NAME) --out FILE\n"
            "                  [--rate HZ] [--block N] [--seconds S] [--set NAME=VALUE]... [--bench]\n"
+           "       orm-render --check FILE.xml\n"
            "signals: riff, sine:FREQ[:DBFS], impulse, sweep, noise, silence\n";
 }
 
@@ -43,6 +44,7 @@ Options parseOptions(int argc, char** argv) {
         else if (option == "--block") options.block = static_cast<int>(number(option, value()));
         else if (option == "--seconds") options.seconds = number(option, value());
         else if (option == "--bench") options.bench = true;
+        else if (option == "--check") options.check = value();
         else if (option == "--set") {
             std::string setting = value();
             size_t equals = setting.find('=');
@@ -55,6 +57,10 @@ Options parseOptions(int argc, char** argv) {
         } else {
             throw UsageError{"unknown option " + option};
         }
+    }
+    if (!options.check.empty()) {
+        if (argc != 3) throw UsageError{"--check FILE.xml takes no other option"};
+        return options;
     }
     if (!options.plugin.empty() && !options.system.empty()) throw UsageError{"--plugin and --system exclude each other"};
     if (options.input.empty() == options.signal.empty()) throw UsageError{"give one of --in FILE or --signal NAME"};

@@ -18,6 +18,7 @@ struct Options {
     double seconds = 0;  // 0: the whole input file, or 4 s of a signal
     std::vector<std::pair<std::string, double>> settings;
     bool bench = false;
+    std::string check;  // --check FILE.xml: load and describe, render nothing
 };
 
 // A wrong command line: printed with the usage text, exit status 2.

@@ -17,6 +17,8 @@ public:
     // One block: one pointer per input; returns one pointer per output, frames samples each.
     virtual const std::vector<float*>& process(std::vector<float*>& inputs, size_t frames) = 0;
     virtual void stop() = 0;
+    // Samples that a circuit could not solve (each repeated the previous one).
+    virtual unsigned long long failedSamples() const { return 0; }
 };
 
 }  // namespace orm_render

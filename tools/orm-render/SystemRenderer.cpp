@@ -3,6 +3,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "circuit/Circuit.h"
+
 namespace orm_render {
 
 SystemRenderer::SystemRenderer(const std::string& path) : driver(vrn::Driver::create()) {
@@ -26,6 +28,13 @@ void SystemRenderer::set(const std::string& name, double value) {
 void SystemRenderer::start(double rate, int maxBlock) {
     driver->setSamplingRate(static_cast<float>(rate));
     driver->setMaxBlockSize(maxBlock);
+}
+
+unsigned long long SystemRenderer::failedSamples() const {
+    unsigned long long failed = 0;
+    for (const auto& graph : *driver->getGraphs())
+        if (auto* circuit = dynamic_cast<const vrn::Circuit*>(graph.get())) failed += circuit->getFailedSamples();
+    return failed;
 }
 
 const std::vector<float*>& SystemRenderer::process(std::vector<float*>& inputs, size_t frames) {

@@ -19,6 +19,8 @@ public:
     void start(double rate, int maxBlock) override;
     const std::vector<float*>& process(std::vector<float*>& inputs, size_t frames) override;
     void stop() override { driver->setSuspended(true); }
+    unsigned long long failedSamples() const override;
+    vrn::Driver& getDriver() { return *driver; }
 
 private:
     std::shared_ptr<vrn::Driver> driver;

@@ -11,6 +11,7 @@
 
 #include "engine/Exceptions.h"
 #include "tools/orm-render/AudioFiles.h"
+#include "tools/orm-render/Check.h"
 #include "tools/orm-render/Options.h"
 #include "tools/orm-render/Signals.h"
 #include "tools/orm-render/SystemRenderer.h"
@@ -86,6 +87,9 @@ void render(const Options& options) {
     }
     renderer->stop();
     output.commit();
+    if (const unsigned long long failed = renderer->failedSamples())
+        std::fprintf(stderr, "orm-render: %llu samples of a circuit failed to solve; each repeats the previous sample\n",
+                     failed);
     if (options.bench) {
         const double audioSeconds = static_cast<double>(frames) / input.rate;
         std::printf("rate %.0f Hz, block %d: realtime factor %.1f, %.1f ns per sample (%.3f s CPU for %.3f s audio)\n",
@@ -98,7 +102,9 @@ void render(const Options& options) {
 
 int main(int argc, char** argv) {
     try {
-        render(parseOptions(argc, argv));
+        Options options = parseOptions(argc, argv);
+        if (!options.check.empty()) return checkDescription(options.check);
+        render(options);
         return 0;
     } catch (const UsageError& error) {
         if (!error.message.empty()) std::fprintf(stderr, "orm-render: %s\n", error.message.c_str());
