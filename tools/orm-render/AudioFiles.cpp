@@ -166,6 +166,12 @@ bool isRegularOrAbsent(const std::string& path) {
     return stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode);
 }
 
+bool isSpecial(const std::string& path) {
+    bool special = false;
+    AudioOutput::target(path, &special);
+    return special;
+}
+
 void putLittle(std::vector<uint8_t>& out, uint32_t value, int bytes) {
     for (int i = 0; i < bytes; ++i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
 }
@@ -195,7 +201,7 @@ OutputFormat outputFormat(const std::string& path, const std::string& bits) {
     else if (extension == "aif" || extension == "aiff") major = SF_FORMAT_AIFF, kind = "AIFF";
     else if (extension == "rf64") major = SF_FORMAT_RF64, kind = "RF64";
     else if (extension == "ogg" || extension == "oga") major = SF_FORMAT_OGG, kind = "Ogg Vorbis";
-    else if (path == "-" || !isRegularOrAbsent(path)) major = SF_FORMAT_WAV, kind = "WAV";
+    else if (path == "-" || !isRegularOrAbsent(path) || isSpecial(path)) major = SF_FORMAT_WAV, kind = "WAV";
     else
         throw UsageError{"cannot tell the format of " + path + " from its extension (.wav, .flac, .aif, .aiff, .ogg, .rf64)"};
 
@@ -213,9 +219,11 @@ OutputFormat outputFormat(const std::string& path, const std::string& bits) {
     return format;
 }
 
-std::string AudioOutput::target(const std::string& path) {
+std::string AudioOutput::target(const std::string& path, bool* special) {
     std::string current = path;
     for (int hops = 0; hops < 40; ++hops) {
+        // /dev/stdout and the like lead through /proc to whatever the shell opened.
+        if (special && (current.compare(0, 5, "/dev/") == 0 || current.compare(0, 6, "/proc/") == 0)) *special = true;
         struct stat status;
         if (lstat(current.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return current;
         char link[PATH_MAX];
@@ -238,8 +246,9 @@ AudioOutput::AudioOutput(const std::string& out, const OutputFormat& outputForma
     info.channels = channels;
     info.format = format.format;
     int descriptor = -1;
-    const std::string real = path == "-" ? path : target(path);
-    if (path == "-" || !isRegularOrAbsent(path) || real.compare(0, 6, "/proc/") == 0) {
+    bool special = path == "-";
+    const std::string real = path == "-" ? path : target(path, &special);
+    if (special || !isRegularOrAbsent(path)) {
         // Standard output, a device or a pipe: never replaced, written as it is.
         descriptor = path == "-" ? STDOUT_FILENO : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
         if (descriptor < 0) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));

@@ -57,8 +57,9 @@ public:
     void write(const std::vector<const float*>& channels, size_t frames);
     void commit();
 
-    // Resolves links: the file that will really be written.
-    static std::string target(const std::string& path);
+    // Resolves links: the file that will really be written; SPECIAL is set when the way leads
+    // through /dev or /proc (/dev/stdout), where nothing may be replaced.
+    static std::string target(const std::string& path, bool* special = nullptr);
 
 private:
     void put(const void* data, size_t bytes);

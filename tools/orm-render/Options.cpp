@@ -120,7 +120,7 @@ Options parseOptions(int argc, char** argv) {
     if (options.seconds < 0 || options.seconds > 86400) throw UsageError{"--seconds must be between 0 and 86400"};
     if (!options.bits.empty() && options.bits != "16" && options.bits != "24" && options.bits != "32f")
         throw UsageError{"--bits takes 16, 24 or 32f, got '" + options.bits + "'"};
-    if (options.tail != -1 && (options.tail < 0 || options.tail > 60))
+    if (options.tail < 0 || options.tail > 60)
         throw UsageError{"--tail must be between 0 and 60 seconds"};
     return options;
 }

@@ -19,7 +19,7 @@ struct Options {
     double seconds = 0;  // 0: the whole input file, or 4 s of a signal
     std::vector<std::pair<std::string, std::string>> settings;
     std::string bits;   // "16", "24", "32f"; empty: the format's default
-    double tail = -1;   // the longest tail in seconds; -1: the default, 2 s
+    double tail = 2;    // the longest tail in seconds; 0: none
     bool bench = false;
     bool quiet = false;
     bool list = false;

@@ -47,7 +47,7 @@ std::string rangeText(const Parameter& parameter) {
         case Parameter::Knob:
             return "0/10 to 10/10";
         default:
-            return "0 to 1";
+            return parameter.unbounded ? "any number" : "0 to 1";
     }
 }
 
@@ -103,7 +103,8 @@ std::pair<size_t, double> resolveSetting(const std::vector<Parameter>& parameter
         return {found, value / 10};
     }
     if (!number(text, value)) throw UsageError{"--set " + name + "=" + text + ": " + takes};
-    if (value < 0 || value > 1) throw UsageError{"--set " + name + "=" + text + " is out of range: " + takes};
+    if (!parameter.unbounded && (value < 0 || value > 1))
+        throw UsageError{"--set " + name + "=" + text + " is out of range: " + takes};
     return {found, value};
 }
 

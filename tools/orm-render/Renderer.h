@@ -17,6 +17,7 @@ struct Parameter {
     Kind kind = Plain;
     std::vector<std::string> positions;  // a switch's, first at 0, last at 1
     double value = 0;                    // the default, 0..1
+    bool unbounded = false;              // a description's control whose default lies outside 0..1
 };
 
 class Renderer {

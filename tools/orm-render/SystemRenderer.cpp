@@ -52,6 +52,9 @@ std::vector<Parameter> SystemRenderer::parameters() const {
         parameter.name = control->getName();
         if (control->getDisplayName() != control->getName()) parameter.longName = control->getDisplayName();
         parameter.value = control->getValue();
+        // Hosts send 0..1; a control that starts outside it (an oversampling factor of 2) was
+        // written to take the numbers its targets want.
+        parameter.unbounded = parameter.value < 0 || parameter.value > 1;
         const std::string& type = control->getControlType();
         if (type == "CAnimKnob" || type == "CKnob") {
             parameter.kind = Parameter::Knob;

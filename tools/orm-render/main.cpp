@@ -26,7 +26,6 @@ namespace {
 // After the input, the render goes on until the output stays below this level for kQuietHold.
 const double kTailLevel = 3.1622776601683795e-05;  // -90 dBFS
 const double kQuietHold = 0.1;                      // seconds
-const double kDefaultTail = 2.0;                    // seconds at most
 
 std::unique_ptr<Renderer> makeRenderer(const Options& options) {
     if (!options.system.empty()) return std::make_unique<SystemRenderer>(options.system);
@@ -170,7 +169,7 @@ void render(const Options& options, const std::string& input, const std::string&
     }
 
     // The tail: silence in until the output has decayed, held back until its end is known.
-    const uint64_t longest = static_cast<uint64_t>((options.tail < 0 ? kDefaultTail : options.tail) * rate);
+    const uint64_t longest = static_cast<uint64_t>(options.tail * rate);
     const uint64_t hold = static_cast<uint64_t>(kQuietHold * rate);
     if (longest > 0) {
         for (auto& plane : planes) std::fill(plane.begin(), plane.end(), 0.0f);
