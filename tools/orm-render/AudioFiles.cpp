@@ -24,12 +24,13 @@ namespace {
 
 class FileSource : public Source {
 public:
-    FileSource(const std::string& path, int64_t frameLimit) : limit(frameLimit) {
+    FileSource(const std::string& path, double seconds) {
         file = path == "-" ? sf_open_fd(STDIN_FILENO, SFM_READ, &info, SF_FALSE) : sf_open(path.c_str(), SFM_READ, &info);
         const std::string name = path == "-" ? "standard input" : path;
         if (!file) throw std::runtime_error("cannot read " + name + ": " + sf_strerror(nullptr));
         if (info.channels < 1) throw std::runtime_error(name + " has no channels");
         known = info.seekable && info.frames >= 0 && info.frames != SF_COUNT_MAX;
+        limit = seconds > 0 ? std::llround(seconds * info.samplerate) : 0;
     }
     ~FileSource() override { sf_close(file); }
     int channels() const override { return info.channels; }
@@ -50,7 +51,7 @@ private:
     SF_INFO info{};
     SNDFILE* file = nullptr;
     bool known = false;
-    int64_t limit;
+    int64_t limit = 0;  // frames; 0: all
     int64_t done = 0;
 };
 
@@ -178,8 +179,8 @@ void putLittle(std::vector<uint8_t>& out, uint32_t value, int bytes) {
 
 }  // namespace
 
-std::unique_ptr<Source> openFile(const std::string& path, int64_t limit) {
-    return std::make_unique<FileSource>(path, limit);
+std::unique_ptr<Source> openFile(const std::string& path, double seconds) {
+    return std::make_unique<FileSource>(path, seconds);
 }
 
 std::unique_ptr<Source> openSignal(const std::string& name, double rate, uint64_t frames) {

@@ -27,9 +27,9 @@ public:
     virtual size_t read(float* out, size_t n) = 0;
 };
 
-// A file, or standard input for "-"; at most `limit` frames when limit > 0.  Throws
+// A file, or standard input for "-"; its first `seconds` when seconds > 0.  Throws
 // std::runtime_error with libsndfile's reason.
-std::unique_ptr<Source> openFile(const std::string& path, int64_t limit);
+std::unique_ptr<Source> openFile(const std::string& path, double seconds);
 std::unique_ptr<Source> openSignal(const std::string& name, double rate, uint64_t frames);
 // SOURCE converted to RATE with soxr (linear phase, pass band to 0.98 of Nyquist).
 std::unique_ptr<Source> convertRate(std::unique_ptr<Source> source, double rate);

@@ -1,6 +1,7 @@
 // orm-render: runs the built-in amplifier, any VST2 module or any system description over audio
 // files or generated signals, block by block, and writes the result in the format its name asks.
 
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -10,7 +11,6 @@
 #include <exception>
 #include <memory>
 #include <stdexcept>
-#include <sys/stat.h>
 
 #include "engine/Exceptions.h"
 #include "tools/orm-render/AudioFiles.h"
@@ -111,8 +111,7 @@ void render(const Options& options, const std::string& input, const std::string&
 
     std::unique_ptr<Source> source;
     if (!input.empty()) {
-        source = openFile(input, 0);
-        if (options.seconds > 0) source = openFile(input, std::llround(options.seconds * source->rate()));
+        source = openFile(input, options.seconds);
         if (options.rate > 0 && options.rate != source->rate()) source = convertRate(std::move(source), options.rate);
     } else {
         const double rate = options.rate > 0 ? options.rate : 48000;
