@@ -443,9 +443,18 @@ TEST_F(OrmRender, FormatsFollowTheNameAndEqualRendersGiveEqualFiles) {
         ASSERT_EQ(reference.size(), channels.size()) << f.name;
         if (f.tolerance >= 0) {
             ASSERT_EQ(reference[0].size(), channels[0].size()) << f.name;
-            double worst = 0;
-            for (size_t i = 0; i < channels[0].size(); ++i) worst = std::max(worst, double(std::fabs(channels[0][i] - reference[0][i])));
+            double worst = 0, sum = 0;
+            for (size_t i = 0; i < channels[0].size(); ++i) {
+                const double error = std::fabs(channels[0][i] - reference[0][i]);
+                worst = std::max(worst, error);
+                sum += error * error;
+            }
             EXPECT_LE(worst, f.tolerance) << f.name;
+            // TPDF dither of one step and rounding: 0.5 step RMS (rounding alone gives 0.29).
+            const double rms = std::sqrt(sum / double(channels[0].size())) / (f.tolerance / 1.5);
+            if (f.tolerance > 0) {
+                EXPECT_NEAR(0.5, rms, 0.05) << f.name;
+            }
         } else {
             const double level = amplitudeAt(channels[0], 4800, 14400, 1000, 48000) / amplitudeAt(reference[0], 4800, 14400, 1000, 48000);
             EXPECT_NEAR(1.0, level, 0.06) << f.name;  // within half a dB
@@ -456,6 +465,9 @@ TEST_F(OrmRender, FormatsFollowTheNameAndEqualRendersGiveEqualFiles) {
     }
     ASSERT_EQ(0, run(render + "again.wav").status);
     EXPECT_EQ(contents(path("float.wav")), contents(path("again.wav")));
+    // Digital silence gets no dither.
+    ASSERT_EQ(0, run("--system " + example() + " --signal silence --seconds 0.1 --quiet --bits 16 --out silence.wav").status);
+    EXPECT_EQ(std::vector<float>(4800, 0.0f), read(path("silence.wav"), info).at(0));
 }
 
 TEST_F(OrmRender, WritesSafely) {

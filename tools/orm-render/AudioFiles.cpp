@@ -337,10 +337,15 @@ void AudioOutput::write(const std::vector<const float*>& channels, size_t frames
         else
             written = sf_writef_float(file, interleaved.data(), static_cast<sf_count_t>(frames));
     } else {
-        // TPDF dither of one step, then rounding and clipping to the depth.
+        // TPDF dither of one step, then rounding and clipping to the depth.  Digital silence
+        // stays silent.
         const double scale = format.bits == 16 ? 32768.0 : 8388608.0;
         integers.resize(values);
         for (size_t i = 0; i < values; ++i) {
+            if (interleaved[i] == 0.0f) {
+                integers[i] = 0;
+                continue;
+            }
             auto uniform = [this]() {
                 dither ^= dither << 13;
                 dither ^= dither >> 17;
