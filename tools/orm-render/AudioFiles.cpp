@@ -251,6 +251,8 @@ AudioOutput::AudioOutput(const std::string& out, const OutputFormat& outputForma
     const std::string real = path == "-" ? path : target(path, &special);
     if (special || !isRegularOrAbsent(path)) {
         // Standard output, a device or a pipe: never replaced, written as it is.
+        if (path == "-" && isatty(STDOUT_FILENO))
+            throw std::runtime_error("standard output is a terminal: send it to a file or a player (--out - | aplay)");
         descriptor = path == "-" ? STDOUT_FILENO : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
         if (descriptor < 0) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
         if (lseek(descriptor, 0, SEEK_CUR) < 0 && (format.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV) {
