@@ -3,9 +3,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
