@@ -19,6 +19,11 @@ double number(const std::string& option, const std::string& text) {
 
 }  // namespace
 
+// The build gives the project's version; programs that borrow this file for its parser may not.
+#ifndef ORM_VERSION
+#define ORM_VERSION "(version unknown)"
+#endif
+
 const char* versionText() { return "orm-render " ORM_VERSION "\n"; }
 
 const char* usageText() {

@@ -145,4 +145,12 @@ size_t SignalGenerator::generate(float* out, size_t n) {
     return count;
 }
 
+std::vector<float> makeSignal(const std::string& name, double rate, size_t frames) {
+    SignalGenerator generator(name, rate, frames);
+    std::vector<float> out(frames);
+    size_t done = 0;
+    while (done < frames) done += generator.generate(out.data() + done, frames - done);
+    return out;
+}
+
 }  // namespace orm_render

@@ -36,4 +36,7 @@ private:
     uint64_t windowStart = 0;
 };
 
+// All of a signal at once, for a caller that wants it whole.
+std::vector<float> makeSignal(const std::string& name, double rate, size_t frames);
+
 }  // namespace orm_render
