@@ -51,6 +51,8 @@ public:
     void reset() override;
 
     uint64_t getMaxIRSize() const { return maxIRSize; }
+    // Load time, before the next response: a new limit (WaveConvolver keeps it a length in time).
+    void setMaxIRSize(uint64_t size) { maxIRSize = size; }
     uint64_t getIRLength() const { return irLength; }
     // Whether a response and a block size are both in place, so that blocks run.
     bool isReady() const { return convolution != nullptr && capacity != 0; }

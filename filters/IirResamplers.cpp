@@ -94,7 +94,17 @@ void IirResampler::init(const std::string& filterName, const Properties& filterP
 
 void IirResampler::setSamplingRate(scalar rate) {
     if (!designable) return;
-    relativeFrequency = interpolating ? cornerFrequency / rate / static_cast<scalar>(factor) : cornerFrequency / rate;
+    // Both sides design for the high rate; the low rate is the interpolator's input and the
+    // decimator's output.  A corner at or above the low rate's Nyquist frequency would pass
+    // images and aliases, and at low host rates (8 kHz with a 20 kHz corner) lies even above the
+    // high rate's, where nothing can be designed and the amplifier fell silent: such a corner is
+    // pulled down to 0.9 of the low rate's Nyquist frequency.  Corners below it are kept as given.
+    const scalar high = interpolating ? rate * static_cast<scalar>(factor) : rate;
+    const scalar lowNyquist = 0.5f * high / static_cast<scalar>(factor);
+    if (cornerFrequency >= lowNyquist)
+        relativeFrequency = 0.9f * lowNyquist / high;
+    else
+        relativeFrequency = interpolating ? cornerFrequency / rate / static_cast<scalar>(factor) : cornerFrequency / rate;
     design();
 }
 

@@ -33,7 +33,7 @@ public:
     std::vector<scalar>& getLastIterationResults() override;
     void endIteration(int frameIndex) override;
 
-    // The graph's input rate; designs unless the corner is at or above the Nyquist limit.
+    // The graph's input rate; designs with the corner held below the low rate's Nyquist frequency.
     void setSamplingRate(scalar rate) override;
     std::shared_ptr<ElementMeta> getMeta() override;
     void reset() override;

@@ -75,7 +75,15 @@ void WaveConvolver::init(const std::string& filterName, const Properties& filter
         if (it == properties.end()) throw VRNException("WaveConvolver: Missing DllResourceType property.");
         dllResourceType = it->second;
     }
+    it = properties.find("MaxIRRate");
+    if (it != properties.end()) {
+        maxIRRate = toScalar(it->second);
+        if (!(maxIRRate > 0.0f))
+            throw InvalidArgumentException("WaveConvolver: MaxIRRate must be greater than 0. WaveConvolver name=" + name +
+                                           " MaxIRRate=" + it->second);
+    }
     convolver->init(name, properties, context);
+    maxIRSize = convolver->getMaxIRSize();
 }
 
 const std::string& WaveConvolver::selectedName() const {
@@ -125,6 +133,12 @@ void WaveConvolver::load() {
     size_t tail = 0;
     while (tail < ir.size() && std::fabs(ir[ir.size() - 1 - tail]) <= kTailThreshold) ++tail;
     if (tail) ir.resize(ir.size() - tail);
+    // A limit given at a rate keeps its length in time: a response cut to a fixed count of samples
+    // would, at 384 kHz, end inside the cabinet's own 22 ms of delay and fall silent.
+    if (maxIRRate > 0.0f && samplingRate > 0.0f) {
+        const double scaled = std::round(static_cast<double>(maxIRSize) * samplingRate / maxIRRate);
+        convolver->setMaxIRSize(static_cast<uint64_t>(std::max(1.0, scaled)));
+    }
     if (ir.size() > convolver->getMaxIRSize()) ir.resize(static_cast<size_t>(convolver->getMaxIRSize()));
 
     // "Scale" removes the mean; the level is the business of the gain.

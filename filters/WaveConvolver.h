@@ -72,6 +72,10 @@ private:
     int32_t selected = 0;
     scalar samplingRate = 0.0f;
     scalar gain = 1.0f;
+    // "MaxIRRate": the rate at which MaxIRSize counts samples, so that the limit is a length in
+    // time; 0 (absent) counts at whatever rate runs.
+    scalar maxIRRate = 0.0f;
+    uint64_t maxIRSize = 0;
     std::unordered_map<std::string, scalar> responseRates;
     std::unordered_map<std::string, std::shared_ptr<std::vector<scalar>>> responses;
     std::shared_ptr<std::vector<std::string>> impulseResponses;

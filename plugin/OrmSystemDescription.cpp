@@ -136,9 +136,11 @@ const char* const kChain = R"(
 
     <Graph Name="WaveConvolver$S" Type="DSP">
       <NumberOfInputs>1</NumberOfInputs>
-      <!-- The response is handed over in memory at start-up. -->
+      <!-- The response is handed over in memory at start-up.  MaxIRSize counts samples at
+           MaxIRRate: the cabinet keeps the same length in time, 186 ms, at every rate; a fixed
+           8192 would end inside the response's own 22 ms of delay at 384 kHz. -->
       <Element Type="WaveConvolver" Name="WV">
-        <Properties Location="Memory" ImpulseResponses="u87" MaxIRSize="8192" Gain="0.25" Scale="true"/>
+        <Properties Location="Memory" ImpulseResponses="u87" MaxIRSize="8192" MaxIRRate="44100" Gain="0.25" Scale="true"/>
         <Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs>
       </Element>
       <Inputs><Input Graph="out DC block$S" Node="out"/></Inputs>

@@ -192,6 +192,22 @@ TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
     EXPECT_EQ(cut->getConvolver().getIRLength(), 3u);
     EXPECT_EQ(stored->size(), 5u);
     EXPECT_EQ((*stored)[4], 5.0f);
+
+    // With MaxIRRate the limit is a length in time: 8192 samples at 44.1 kHz are 71330 at
+    // 384 kHz and 1486 at 8 kHz; a response as long as the limit at every rate is never cut.
+    for (float rate : {8000.0f, 44100.0f, 48000.0f, 384000.0f}) {
+        Properties timed = memoryProperties();
+        timed["MaxIRRate"] = "44100";
+        auto wave = makeWave(timed);
+        add(*wave, "ir", rate, std::vector<scalar>(static_cast<size_t>(std::lround(8192.0 * rate / 44100)), 0.5f));
+        wave->setMaxBlockSize(64);
+        wave->setSamplingRate(rate);
+        EXPECT_EQ(wave->getConvolver().getMaxIRSize(), static_cast<uint64_t>(std::lround(8192.0 * rate / 44100))) << rate;
+        EXPECT_EQ(wave->getConvolver().getIRLength(), wave->getConvolver().getMaxIRSize()) << rate;
+    }
+    Properties zero = memoryProperties();
+    zero["MaxIRRate"] = "0";
+    EXPECT_EQ(messageOf([&] { makeWave(zero); }), "WaveConvolver: MaxIRRate must be greater than 0. WaveConvolver name=WV MaxIRRate=0");
 }
 
 TEST(WaveConvolver, ResamplingKeepsLengthAlignmentMagnitudeAndLevel) {

@@ -30,6 +30,26 @@ intptr_t hostCallback(AEffect*, int32_t opcode, int32_t, intptr_t, void* ptr, fl
     }
 }
 
+// The orm module's panel: what the host's bare 0..1 values mean.
+struct Panel {
+    const char* name;
+    const char* longName;
+    Parameter::Kind kind;
+    std::vector<std::string> positions;
+    const char* what;
+};
+
+const Panel kOrmPanel[] = {
+    {"Volume", "", Parameter::Knob, {}, "drive: the volume pot between the first and second stage (its lower half covers a tenth of the wiper)"},
+    {"Feedback", "", Parameter::Knob, {}, "global negative feedback on the second stage: its gain is 1 at 0/10, 0.61 at 10/10"},
+    {"Output", "", Parameter::Knob, {}, "output level, linear, after every tube stage: 10/10 is twice 5/10"},
+    {"Oversamp", "Oversampling", Parameter::Switch, {"2x", "4x", "8x"}, "oversampling of the tube stages"},
+    {"Cabinet", "", Parameter::Switch, {"off", "on"}, "the cabinet's convolution"},
+    {"CPU", "", Parameter::Switch, {"low", "high"}, "low: the networks are computed once per block; high: every sample"},
+    {"Input", "", Parameter::Knob, {}, "input gain in front of everything: 0 to 4, 1 at 5/10"},
+    {"Stereo", "", Parameter::Switch, {"off", "on"}, "off: the left chain feeds both outputs; on: a second chain for the right"},
+};
+
 }  // namespace
 
 std::string VstHost::defaultModulePath() {
@@ -52,10 +72,28 @@ VstHost::VstHost(const std::string& modulePath) {
     if (!(effect->flags & effFlagsCanReplacing) || !effect->processReplacing)
         throw std::runtime_error(modulePath + " cannot process replacing");
     dispatch(effOpen);
+    char vendor[256] = {0};
+    dispatch(effGetVendorString, 0, 0, vendor);
     for (int32_t i = 0; i < effect->numParams; ++i) {
         char text[256] = {0};  // a name of eight characters comes without a terminator
         dispatch(effGetParamName, i, 0, text);
-        names.emplace_back(text);
+        Parameter parameter;
+        parameter.index = i;
+        parameter.name = text;
+        parameter.value = effect->getParameter(effect, i);
+        char label[256] = {0};
+        dispatch(effGetParamLabel, i, 0, label);
+        if (label[0]) parameter.what = std::string("in ") + label;
+        described.push_back(parameter);
+    }
+    const size_t panelSize = sizeof(kOrmPanel) / sizeof(kOrmPanel[0]);
+    bool orm = std::string(vendor) == "Tarnvale" && described.size() == panelSize;
+    for (size_t i = 0; orm && i < panelSize; ++i) orm = described[i].name == kOrmPanel[i].name;
+    for (size_t i = 0; orm && i < panelSize; ++i) {
+        described[i].longName = kOrmPanel[i].longName;
+        described[i].kind = kOrmPanel[i].kind;
+        described[i].positions = kOrmPanel[i].positions;
+        described[i].what = kOrmPanel[i].what;
     }
 }
 
@@ -65,24 +103,36 @@ intptr_t VstHost::dispatch(int32_t opcode, int32_t index, intptr_t value, void* 
     return effect->dispatcher(effect, opcode, index, value, ptr, opt);
 }
 
+std::vector<std::string> VstHost::parameterNames() const {
+    std::vector<std::string> names;
+    for (const Parameter& parameter : described) names.push_back(parameter.name);
+    return names;
+}
+
 void VstHost::set(const std::string& name, double value) {
-    int32_t index = -1;
-    for (size_t i = 0; i < names.size() && index < 0; ++i)
-        if (names[i] == name || (names[i].size() == 8 && name.compare(0, 8, names[i]) == 0)) index = static_cast<int32_t>(i);
-    if (index < 0) {
+    size_t index = described.size();
+    for (size_t i = 0; i < described.size() && index == described.size(); ++i) {
+        const std::string& known = described[i].name;
+        if (known == name || (known.size() == 8 && name.compare(0, 8, known) == 0)) index = i;
+    }
+    if (index == described.size()) {
         char* end = nullptr;
         errno = 0;
-        long number = std::strtol(name.c_str(), &end, 10);
-        if (!name.empty() && *end == '\0' && errno == 0 && number >= 0 && number < effect->numParams)
-            index = static_cast<int32_t>(number);
+        const long number = std::strtol(name.c_str(), &end, 10);
+        if (!name.empty() && *end == '\0' && errno == 0 && number >= 0 && static_cast<size_t>(number) < described.size())
+            index = static_cast<size_t>(number);
     }
-    if (index < 0) {
+    if (index == described.size()) {
         std::string known;
-        for (size_t i = 0; i < names.size(); ++i) known += (i ? ", " : "") + std::to_string(i) + " " + names[i];
+        for (size_t i = 0; i < described.size(); ++i) known += (i ? ", " : "") + std::to_string(i) + " " + described[i].name;
         throw std::runtime_error("unknown parameter " + name + " (parameters: " + (known.empty() ? "none" : known) + ")");
     }
     if (value < 0 || value > 1) throw std::runtime_error("parameter values lie in 0..1, got " + std::to_string(value));
-    effect->setParameter(effect, index, static_cast<float>(value));
+    set(index, value);
+}
+
+void VstHost::set(size_t index, double value) {
+    effect->setParameter(effect, static_cast<int32_t>(index), static_cast<float>(value));
 }
 
 void VstHost::start(double rate, int maxBlockSize) {

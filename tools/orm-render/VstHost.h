@@ -24,14 +24,18 @@ public:
 
     size_t numberOfInputs() const override { return static_cast<size_t>(effect->numInputs); }
     size_t numberOfOutputs() const override { return static_cast<size_t>(effect->numOutputs); }
-    // By the name the host sees (at most eight characters; a longer NAME matches on its first
-    // eight) or by the parameter's index.
-    void set(const std::string& name, double value) override;
+    // The module's parameters with their values at open; the orm module's with its panel's
+    // positions and words.
+    std::vector<Parameter> parameters() const override { return described; }
+    void set(size_t index, double value) override;
     void start(double rate, int maxBlock) override;
     const std::vector<float*>& process(std::vector<float*>& inputs, size_t frames) override;
     void stop() override;
 
-    const std::vector<std::string>& parameterNames() const { return names; }
+    // orm-jack's way in: the host's names, and a parameter by name or index, value 0..1
+    // (throws std::runtime_error naming what is known).
+    std::vector<std::string> parameterNames() const;
+    void set(const std::string& name, double value);
 
     // For a host that plays in real time (orm-jack): the effect's record, for its editor and the
     // audio thread, and the suspend that comes before new settings (start() again resumes).
@@ -44,7 +48,7 @@ private:
 
     void* module = nullptr;
     AEffect* effect = nullptr;
-    std::vector<std::string> names;
+    std::vector<Parameter> described;
     std::vector<std::vector<float>> outputBuffers;
     std::vector<float*> outputs;
     std::vector<float*> inputPointers;
