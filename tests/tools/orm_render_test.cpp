@@ -441,7 +441,8 @@ TEST_F(OrmRender, CheckDescribesOrRefusesAndFailedSamplesAreCounted) {
         "<Outputs><Output Graph=\"C\" Node=\"out\"/></Outputs></System>";
     std::ofstream(path("floating.xml")) << netlist;
     EXPECT_EQ(1, check(path("floating.xml"), out));
-    EXPECT_EQ("orm-render: singular matrix: node mid has no DC path to ground in Circuit C\n", out);
+    EXPECT_EQ("orm-render: " + path("floating.xml") + ": singular matrix: node mid has no DC path to ground in Circuit C\n",
+              out);
 
     // A cathode driven above a grounded screen: the pentode's current is not a number from the
     // first negative input on.  The render completes and says how many samples repeated.
