@@ -1,0 +1,180 @@
+// The LV2 UI as a host embeds it, in a private X server: it asks for the panel's size, reports a
+// knob's drag as port writes in panel units between the touch of its gesture, follows the host's
+// port events, and never writes back what the host told it.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <lv2/ui/ui.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "plugin/lv2/Lv2Ports.h"
+#include "support/XServer.h"
+
+namespace {
+
+struct Event {
+    enum Kind { Write, TouchOn, TouchOff } kind;
+    uint32_t port;
+    float value;
+};
+
+struct Recorder {
+    std::vector<Event> events;
+    int width = 0, height = 0;
+};
+
+void writePort(LV2UI_Controller controller, uint32_t port, uint32_t size, uint32_t format, const void* buffer) {
+    if (format == 0 && size == sizeof(float))
+        static_cast<Recorder*>(controller)->events.push_back({Event::Write, port, *static_cast<const float*>(buffer)});
+}
+
+void touchPort(LV2UI_Feature_Handle handle, uint32_t port, bool grabbed) {
+    static_cast<Recorder*>(handle)->events.push_back({grabbed ? Event::TouchOn : Event::TouchOff, port, 0});
+}
+
+int resizeTo(LV2UI_Feature_Handle handle, int width, int height) {
+    static_cast<Recorder*>(handle)->width = width;
+    static_cast<Recorder*>(handle)->height = height;
+    return 0;
+}
+
+const LV2UI_Descriptor* uiDescriptor() {
+    void* library = dlopen((std::string(ORM_LV2_BUNDLE) + "/orm_lv2_ui.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!library) return nullptr;
+    auto entry = reinterpret_cast<LV2UI_DescriptorFunction>(dlsym(library, "lv2ui_descriptor"));
+    return entry ? entry(0) : nullptr;
+}
+
+class Lv2UI : public ::testing::Test {
+protected:
+    void SetUp() override {
+        server.start();
+        if (!server.display) GTEST_SKIP() << "no Xvfb with XTest";
+        display = server.display;
+        parent = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1000, 400, 0, 0, 0);
+        XMapWindow(display, parent);
+        XSync(display, False);
+        type = uiDescriptor();
+        ASSERT_NE(type, nullptr);
+        ASSERT_STREQ(type->URI, orm_lv2::kUiUri);
+    }
+    void TearDown() override {
+        if (handle) type->cleanup(handle);
+        server.stop();
+    }
+
+    LV2UI_Handle open(const char* pluginUri, bool withParent = true) {
+        const LV2_Feature parentFeature = {LV2_UI__parent, reinterpret_cast<void*>(parent)};
+        const LV2_Feature resizeFeature = {LV2_UI__resize, &resize};
+        const LV2_Feature touchFeature = {LV2_UI__touch, &touch};
+        const LV2_Feature* all[] = {&parentFeature, &resizeFeature, &touchFeature, nullptr};
+        const LV2_Feature* noParent[] = {&resizeFeature, &touchFeature, nullptr};
+        return type->instantiate(type, pluginUri, ORM_LV2_BUNDLE, writePort, &recorder, &widget,
+                                 withParent ? all : noParent);
+    }
+
+    void idle(int rounds = 20) {
+        auto* interface = static_cast<const LV2UI_Idle_Interface*>(type->extension_data(LV2_UI__idleInterface));
+        for (int round = 0; round < rounds; ++round) {
+            XSync(display, False);
+            interface->idle(handle);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+
+    // Press at (x, y), move by dy in ten steps, release.
+    void drag(int x, int y, int dy) {
+        XTestFakeMotionEvent(display, DefaultScreen(display), x, y, CurrentTime);
+        XTestFakeButtonEvent(display, 1, True, CurrentTime);
+        idle(2);
+        for (int step = 1; step <= 10; ++step) {
+            if (dy) XTestFakeMotionEvent(display, DefaultScreen(display), x, y + dy * step / 10, CurrentTime);
+            idle(2);
+        }
+        XTestFakeButtonEvent(display, 1, False, CurrentTime);
+        idle();
+    }
+
+    xtest::PrivateServer server;
+    Display* display = nullptr;
+    Window parent = 0;
+    const LV2UI_Descriptor* type = nullptr;
+    LV2UI_Handle handle = nullptr;
+    LV2UI_Widget widget = nullptr;
+    Recorder recorder;
+    LV2UI_Resize resize = {&recorder, resizeTo};
+    LV2UI_Touch touch = {&recorder, touchPort};
+};
+
+TEST_F(Lv2UI, EmbedsThePanelAndAsksForItsSize) {
+    EXPECT_EQ(open("http://example.org/another-plugin"), nullptr);
+    EXPECT_EQ(open(orm_lv2::kPluginUri, false), nullptr);  // nowhere to embed
+    handle = open(orm_lv2::kMonoPluginUri);
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(recorder.width, 1000);
+    EXPECT_EQ(recorder.height, 400);
+    Window root, up, *children = nullptr;
+    unsigned int count = 0;
+    ASSERT_TRUE(XQueryTree(display, Window(reinterpret_cast<uintptr_t>(widget)), &root, &up, &children, &count));
+    if (children) XFree(children);
+    EXPECT_EQ(up, parent);
+    idle();
+    EXPECT_TRUE(recorder.events.empty());  // opening writes nothing
+}
+
+TEST_F(Lv2UI, AGestureIsTouchedAndWrittenInPanelUnitsAndHostValuesAreShownNotEchoed) {
+    handle = open(orm_lv2::kPluginUri);
+    ASSERT_NE(handle, nullptr);
+    idle();
+    // The host says where the controls stand; the widgets follow without a word back.
+    const float volume = 2.0f, factor = 8.0f;
+    type->port_event(handle, 0, sizeof(float), 0, &volume);
+    type->port_event(handle, 3, sizeof(float), 0, &factor);
+    xtest::Screenshot shown = xtest::grab(display, parent, 1000, 400);
+    idle();
+    EXPECT_TRUE(recorder.events.empty());
+    xtest::Screenshot moved = xtest::grab(display, parent, 1000, 400);
+    xtest::Difference changed = xtest::compare(shown, moved);
+    EXPECT_GT(changed.count, 0);
+
+    // Volume: from 2, 100 pixels up are half the range more, 7.
+    drag(281 + 33, 272 + 33, -100);
+    ASSERT_GE(recorder.events.size(), 3u);
+    EXPECT_EQ(recorder.events.front().kind, Event::TouchOn);
+    EXPECT_EQ(recorder.events.front().port, 0u);
+    EXPECT_EQ(recorder.events.back().kind, Event::TouchOff);
+    EXPECT_EQ(recorder.events.back().port, 0u);
+    float last = volume;
+    for (size_t i = 1; i + 1 < recorder.events.size(); ++i) {
+        EXPECT_EQ(recorder.events[i].kind, Event::Write);
+        EXPECT_EQ(recorder.events[i].port, 0u);
+        EXPECT_GE(recorder.events[i].value, last);  // one way, no overshoot
+        last = recorder.events[i].value;
+    }
+    EXPECT_NEAR(last, 7.0f, 0.05f);
+
+    // The oversampling switch's left position is 2x; the cabinet's upper one is off.
+    struct Click {
+        int x, y;
+        uint32_t port;
+        float value;
+    };
+    for (const Click& click : {Click{723 + 5, 274 + 10, 3, 2.0f}, Click{721 + 10, 304 + 10, 4, 0.0f}}) {
+        recorder.events.clear();
+        drag(click.x, click.y, 0);
+        bool written = false;
+        for (const Event& event : recorder.events)
+            if (event.kind == Event::Write) {
+                EXPECT_EQ(event.port, click.port);
+                EXPECT_EQ(event.value, click.value);
+                written = true;
+            }
+        EXPECT_TRUE(written) << "port " << click.port;
+    }
+}
+
+}  // namespace
