@@ -248,6 +248,56 @@ TEST(Lv2Tools, Lv2applyRendersTheRiffAsTheVst2ModuleDoes) {
     }
 }
 
+TEST(Lv2Tools, ArdourRendersATrackThroughThePlugInAsLv2applyDoes) {
+    REQUIRE_TOOL("ardour7-lua");
+    REQUIRE_TOOL("ardour7-export");
+    REQUIRE_TOOL("lv2apply");
+    REQUIRE_PLAIN_BUILD();
+    const fs::path directory = workDirectory() / "render";  // the session is named as its folder
+    fs::remove_all(directory);
+    const std::string uri = kUri + "#mono";
+    // Ardour records a take on its dummy back-end, puts the plug-in on the track and saves.
+    Result session = run("ORM_SESSION_DIR='" + directory.string() + "' ORM_SESSION_NAME=render ORM_PLUGIN_URI='" +
+                         uri + "' timeout 300 ardour7-lua '" + ORM_SOURCE_DIR + "/tests/lv2/ardour_session.lua'");
+    ASSERT_EQ(session.status, 0) << session.output;
+    ASSERT_NE(session.output.find("plugin orm mono: volume 7.0, oversampling 8.0"), std::string::npos) << session.output;
+    const fs::path exported = directory / "export.wav";
+    // ardour7-export of Ardour 7.3 ends now and then in a heap error or hangs, with or without this
+    // plug-in in the session (seen on an empty track too): a few attempts.
+    Result render;
+    for (int attempt = 0; attempt < 6 && render.status != 0; ++attempt)
+        render = run("timeout 120 ardour7-export -b float -o '" + exported.string() + "' '" + directory.string() +
+                     "' render");
+    ASSERT_EQ(render.status, 0) << render.output;
+    fs::path take;
+    for (const auto& entry : fs::directory_iterator(directory / "interchange" / "render" / "audiofiles"))
+        if (entry.path().extension() == ".wav") take = entry.path();
+    ASSERT_FALSE(take.empty()) << "no recorded take";
+    const fs::path applied = directory / "lv2apply.wav";
+    Result apply = run("lv2apply -i '" + take.string() + "' -o '" + applied.string() +
+                       "' -c volume 7 -c oversampling 8 '" + uri + "'");
+    ASSERT_EQ(apply.status, 0) << apply.output;
+
+    const Audio a = readAudio(applied), b = readAudio(exported);
+    ASSERT_EQ(a.channels, 1);
+    ASSERT_GE(b.channels, 1);
+    ASSERT_EQ(a.frames(), b.frames());
+    ASSERT_GT(a.frames(), 48000u);  // the dummy back-end runs in real time: the take is about as long as asked
+    // Ardour's export runs the plug-in through a pre-roll before the take, lv2apply starts it at
+    // the take's first sample: the start differs, until the cabinet's response has passed.
+    const size_t settled = 24000;
+    float early = 0, worst = 0, peak = 0;
+    for (size_t i = 0; i < a.frames(); ++i) {
+        const float difference = std::fabs(a.at(i, 0) - b.at(i, 0));
+        (i < settled ? early : worst) = std::max(i < settled ? early : worst, difference);
+        peak = std::max(peak, std::fabs(b.at(i, 0)));
+    }
+    std::cout << "Ardour vs lv2apply: worst difference " << early << " in the first half second, " << worst
+              << " after it, at peak " << peak << " (" << a.frames() << " frames)\n";
+    EXPECT_GT(peak, 0.01f);
+    EXPECT_LE(worst, 4e-6f * peak);
+}
+
 // A child process with its output thrown away; ended by SIGTERM.
 struct Child {
     pid_t pid = 0;
