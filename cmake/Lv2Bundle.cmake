@@ -28,11 +28,11 @@ orm_lv2_library(orm_lv2_ui)
 
 # `cmake --install`: into the user's LV2 folder (~/.lv2) when no prefix was chosen, else into
 # <prefix>/lib/lv2, whether the prefix was given when configuring or with --prefix.
+# CMake says whether the prefix is its default only when the tree is first configured: kept.
 if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT)
-  set(_orm_default_prefix "${CMAKE_INSTALL_PREFIX}")
-else()
-  set(_orm_default_prefix "")
+  set(ORM_DEFAULT_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}" CACHE INTERNAL "The prefix CMake chose itself")
 endif()
+set(_orm_default_prefix "${ORM_DEFAULT_INSTALL_PREFIX}")
 install(CODE "
   if(\"\${CMAKE_INSTALL_PREFIX}\" STREQUAL \"${_orm_default_prefix}\")
     set(_orm_lv2_dest \"\$ENV{HOME}/.lv2\")
