@@ -11,6 +11,7 @@ PACKAGES=(
   ngspice
   libcairo2-dev libfreetype-dev libpng-dev libx11-dev libxtst-dev xvfb fonts-dejavu-core fonts-dejavu-extra
   libjack-jackd2-dev jackd2
+  lv2-dev lilv-utils sordi jalv ardour
 )
 
 SUDO=""
