@@ -42,6 +42,17 @@ struct Instance {
     intptr_t dispatch(int32_t opcode, int32_t index = 0, intptr_t value = 0, void* ptr = nullptr, float opt = 0) {
         return effect->dispatcher(effect, opcode, index, value, ptr, opt);
     }
+
+    // The control ports' values that the effect does not have yet, as its 0..1 parameters.
+    void applyControls() {
+        for (uint32_t i = 0; i < kControlPorts; ++i) {
+            if (!controls[i]) continue;
+            const float value = *controls[i];
+            if (value == applied[i] || std::isnan(value)) continue;
+            applied[i] = value;
+            effect->setParameter(effect, static_cast<int32_t>(i), orm_lv2::toControlValue(i, value));
+        }
+    }
 };
 
 // The block bound from the host's options, if it gives one with a type we can read.
@@ -117,6 +128,9 @@ void activate(LV2_Handle handle) {
     Instance& self = *static_cast<Instance*>(handle);
     DenormalGuard mode;
     try {
+        // Hosts fill the control ports before they activate: the effect starts at the panel they
+        // ask for, as a VST2 host sets the parameters before it resumes.  run() takes later changes.
+        self.applyControls();
         self.dispatch(effMainsChanged, 0, 1);
         self.active = true;
     } catch (...) {
@@ -145,13 +159,7 @@ void run(LV2_Handle handle, uint32_t frames) {
     float* out1 = channels == 2 ? self.out[1] : self.out[0];
     uint32_t done = 0;
     try {
-        for (uint32_t i = 0; i < kControlPorts; ++i) {
-            if (!self.controls[i]) continue;
-            const float value = *self.controls[i];
-            if (value == self.applied[i] || std::isnan(value)) continue;
-            self.applied[i] = value;
-            self.effect->setParameter(self.effect, static_cast<int32_t>(i), orm_lv2::toControlValue(i, value));
-        }
+        self.applyControls();
         // A host that runs before activating gets silence.
         while (self.active && done < frames) {
             const uint32_t piece = std::min(frames - done, static_cast<uint32_t>(self.maxBlock));

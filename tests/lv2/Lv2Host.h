@@ -41,8 +41,9 @@ inline const LV2_Descriptor* descriptor(uint32_t index) {
 // One instance with its ports connected to buffers of its own; audio buffers are the caller's.
 class Plugin {
 public:
-    // maxBlock 0: the host announces no bound.
-    explicit Plugin(bool mono = false, int32_t maxBlock = 0, double rate = 48000)
+    // maxBlock 0: the host announces no bound.  The control ports hold `ports` (in panel units)
+    // when the instance is activated, else the defaults.
+    explicit Plugin(bool mono = false, int32_t maxBlock = 0, double rate = 48000, const std::vector<float>& ports = {})
         : mono(mono), layout(mono ? orm_lv2::kMonoLayout : orm_lv2::kStereoLayout) {
         map.handle = &uris;
         map.map = mapUri;
@@ -59,7 +60,7 @@ public:
         handle = type->instantiate(type, rate, bundle().c_str(), maxBlock > 0 ? features : none);
         if (!handle) throw std::runtime_error("instantiate failed");
         for (uint32_t i = 0; i < orm_lv2::kControlPorts; ++i) {
-            controls[i] = orm_lv2::kControls[i].defaultValue;
+            controls[i] = i < ports.size() ? ports[i] : orm_lv2::kControls[i].defaultValue;
             type->connect_port(handle, i, &controls[i]);
         }
         type->connect_port(handle, layout.latency, &latency);

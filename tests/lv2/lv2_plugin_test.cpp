@@ -109,8 +109,8 @@ Stereo renderLv2(const Setting& setting, Stereo& input, bool mono, const std::ve
     const size_t frames = input.left.size();
     Stereo output(frames);
     if (inPlace) output = input;
-    lv2host::Plugin plugin(mono, maxBlock, kRate);
-    std::copy(setting.ports.begin(), setting.ports.end(), plugin.controls);
+    // As hosts do, the control ports are filled before the instance is activated.
+    lv2host::Plugin plugin(mono, maxBlock, kRate, setting.ports);
     std::vector<float*> in = inPlace ? output.pointers() : input.pointers();
     std::vector<float*> out = output.pointers();
     for (size_t done = 0, k = 0; done < frames; ++k) {
@@ -127,8 +127,12 @@ Stereo renderVst2(const Setting& setting, Stereo& input, bool monoInput, int blo
     const size_t frames = input.left.size();
     Stereo output(frames);
     testhost::Instance plugin;
-    plugin.start(float(kRate), block);
+    // The parameters set before the effect resumes, as hosts restore a session.
+    plugin.dispatch(effOpen);
+    plugin.dispatch(effSetSampleRate, 0, 0, nullptr, float(kRate));
+    plugin.dispatch(effSetBlockSize, 0, block);
     for (size_t i = 0; i < setting.parameters.size(); ++i) plugin.setParameter(int32_t(i), setting.parameters[i]);
+    plugin.dispatch(effMainsChanged, 0, 1);
     for (size_t done = 0; done < frames; done += size_t(block)) {
         float* in[2] = {input.left.data() + done, (monoInput ? input.left.data() : input.right.data()) + done};
         float* out[2] = {output.left.data() + done, output.right.data() + done};

@@ -2,6 +2,7 @@
 // and jalv showing the UI.  A tool that is not installed skips its test with a message
 // (scripts/setup.sh installs them all).
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sndfile.h>
@@ -17,6 +18,7 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
