@@ -33,7 +33,7 @@ struct Instance {
     int32_t maxBlock = kDefaultMaxBlock;
     bool active = false;
     const float* controls[kControlPorts] = {};
-    // The port values the effect has; NaN until the first run sets them all.
+    // The port values the effect has; NaN until they are first applied.
     float applied[kControlPorts];
     const float* in[2] = {};
     float* out[2] = {};
