@@ -26,8 +26,9 @@ target_link_libraries(orm_lv2_ui PRIVATE orm_gui PkgConfig::LV2)
 orm_embed_resources(orm_lv2_ui ${PROJECT_SOURCE_DIR}/resources/resources.list)
 orm_lv2_library(orm_lv2_ui)
 
-# `cmake --install`: into the user's LV2 folder (~/.lv2) when no prefix was chosen, else into
-# <prefix>/lib/lv2, whether the prefix was given when configuring or with --prefix.
+# `cmake --install` (alone: --component lv2): into the user's LV2 folder (~/.lv2) when no prefix
+# was chosen, else into <prefix>/lib/lv2, whether the prefix was given when configuring or with
+# --prefix.
 # CMake says whether the prefix is its default only when the tree is first configured: kept.
 if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT)
   set(ORM_DEFAULT_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}" CACHE INTERNAL "The prefix CMake chose itself")
@@ -43,4 +44,4 @@ install(CODE "
     \"${ORM_LV2_BUNDLE}/manifest.ttl\" \"${ORM_LV2_BUNDLE}/orm.ttl\")
   file(INSTALL DESTINATION \"\${_orm_lv2_dest}/orm.lv2\" TYPE MODULE FILES
     \"${ORM_LV2_BUNDLE}/orm_lv2.so\" \"${ORM_LV2_BUNDLE}/orm_lv2_ui.so\")
-")
+" COMPONENT lv2)
