@@ -275,29 +275,45 @@ TEST(Lv2Tools, ArdourRendersATrackThroughThePlugInAsLv2applyDoes) {
     for (const auto& entry : fs::directory_iterator(directory / "interchange" / "render" / "audiofiles"))
         if (entry.path().extension() == ".wav") take = entry.path();
     ASSERT_FALSE(take.empty()) << "no recorded take";
+    // Ardour's export runs the plug-in through a pre-roll of silence before the take, in which the
+    // tube stages drift to their operating points.  lv2apply gets the same: two seconds of silence
+    // before the take, cut off again before the comparison.  Without them the cold start differs
+    // for the first half second or more, as long as the amplifier takes to settle.
+    const Audio recorded = readAudio(take);
+    ASSERT_EQ(recorded.channels, 1);
+    const size_t lead = 96000;
+    const fs::path padded = directory / "take-after-silence.wav";
+    {
+        std::vector<float> samples(lead, 0.0f);
+        samples.insert(samples.end(), recorded.samples.begin(), recorded.samples.end());
+        SF_INFO info{};
+        info.samplerate = 48000;
+        info.channels = 1;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+        SNDFILE* file = sf_open(padded.c_str(), SFM_WRITE, &info);
+        ASSERT_NE(file, nullptr);
+        sf_writef_float(file, samples.data(), sf_count_t(samples.size()));
+        sf_close(file);
+    }
     const fs::path applied = directory / "lv2apply.wav";
-    Result apply = run("lv2apply -i '" + take.string() + "' -o '" + applied.string() +
+    Result apply = run("lv2apply -i '" + padded.string() + "' -o '" + applied.string() +
                        "' -c volume 7 -c oversampling 8 '" + uri + "'");
     ASSERT_EQ(apply.status, 0) << apply.output;
 
     const Audio a = readAudio(applied), b = readAudio(exported);
     ASSERT_EQ(a.channels, 1);
     ASSERT_GE(b.channels, 1);
-    ASSERT_EQ(a.frames(), b.frames());
-    ASSERT_GT(a.frames(), 48000u);  // the dummy back-end runs in real time: the take is about as long as asked
-    // Ardour's export runs the plug-in through a pre-roll before the take, lv2apply starts it at
-    // the take's first sample: the start differs, until the cabinet's response has passed.
-    const size_t settled = 24000;
-    float early = 0, worst = 0, peak = 0;
-    for (size_t i = 0; i < a.frames(); ++i) {
-        const float difference = std::fabs(a.at(i, 0) - b.at(i, 0));
-        (i < settled ? early : worst) = std::max(i < settled ? early : worst, difference);
+    ASSERT_EQ(a.frames(), lead + b.frames());
+    ASSERT_GT(b.frames(), 48000u);  // the dummy back-end runs in real time: the take is about as long as asked
+    float worst = 0, peak = 0;
+    for (size_t i = 0; i < b.frames(); ++i) {
+        worst = std::max(worst, std::fabs(a.at(lead + i, 0) - b.at(i, 0)));
         peak = std::max(peak, std::fabs(b.at(i, 0)));
     }
-    std::cout << "Ardour vs lv2apply: worst difference " << early << " in the first half second, " << worst
-              << " after it, at peak " << peak << " (" << a.frames() << " frames)\n";
+    std::cout << "Ardour vs lv2apply: worst difference " << worst << " over the whole take, at peak " << peak << " ("
+              << b.frames() << " frames)\n";
     EXPECT_GT(peak, 0.01f);
-    EXPECT_LE(worst, 4e-6f * peak);
+    EXPECT_LE(worst, 1e-6f * peak);
 }
 
 // A child process with its output thrown away; ended by SIGTERM.
