@@ -181,7 +181,7 @@ fs::path riffFile(bool stereo) {
                                << "</Graphs><Outputs><Output Graph=\"L\" Node=\"out\"/>"
                                << (stereo ? "<Output Graph=\"R\" Node=\"out\"/>" : "") << "</Outputs></System>";
     Result made = run(std::string(ORM_RENDER_PATH) + " --system '" + description.string() +
-                      "' --signal riff --seconds 1 --out '" + wav.string() + "'");
+                      "' --quiet --tail 0 --signal riff --seconds 1 --out '" + wav.string() + "'");
     EXPECT_EQ(made.status, 0) << made.output;
     return wav;
 }
@@ -216,7 +216,8 @@ TEST(Lv2Tools, Lv2applyRendersTheRiffAsTheVst2ModuleDoes) {
         const fs::path lv2 = directory / ("lv2-" + std::to_string(number) + ".wav");
         const fs::path vst2 = directory / ("vst2-" + std::to_string(number++) + ".wav");
         std::string apply = "lv2apply -i '" + input.string() + "' -o '" + lv2.string() + "'";
-        std::string render = std::string(ORM_RENDER_PATH) + " --in '" + input.string() + "' --out '" + vst2.string() + "'";
+        std::string render = std::string(ORM_RENDER_PATH) + " --quiet --tail 0 --in '" + input.string() + "' --out '" +
+                             vst2.string() + "'";
         for (size_t i = 0; i < 8; ++i) {
             char value[64];
             std::snprintf(value, sizeof(value), "%g", double(row.ports[i]));
