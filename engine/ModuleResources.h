@@ -24,4 +24,11 @@ bool findModuleResource(const std::string& name, const std::string& type, const 
 // Linux back-end: a generated table enters itself here during static initialisation.
 void registerModuleResources(const ModuleResource* table, size_t count);
 
+#ifdef _WIN32
+// Windows back-end: the module whose resources are read (an HMODULE), kept by the DLL's entry at
+// load; until then the process's executable.
+void setResourceModule(void* module);
+void* getResourceModule();
+#endif
+
 }  // namespace vrn

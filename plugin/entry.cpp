@@ -55,7 +55,10 @@ __attribute__((visibility("default"))) AEffect* VSTPluginMain(audioMasterCallbac
 }
 
 // Older hosts look for the entry under the name "main": the same function under a second name.
+// On Windows the module definition file (orm.def) exports it under both names.
+#ifndef _WIN32
 AEffect* ormMainAlias(audioMasterCallback audioMaster) __asm__("main")
     __attribute__((alias("VSTPluginMain"), visibility("default")));
+#endif
 
 }  // extern "C"

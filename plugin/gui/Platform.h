@@ -1,8 +1,9 @@
 #pragma once
 // The one interface between the widgets and a windowing system.  A back-end supplies decoded
 // pictures, a child window of the host's window that reports the mouse, and a way to draw
-// pictures into that window.  Linux: X11Platform.cpp (Xlib and cairo).  The back-ends start no
-// thread: events are fetched and drawing is presented only when the frame's idle() asks.
+// pictures into that window.  Linux: X11Platform.cpp (Xlib and cairo); Windows: Win32Platform.cpp
+// (GDI).  The back-ends start no thread: drawing is presented only when the frame's idle() asks,
+// and events are fetched then too (on Windows the host's message loop delivers them).
 
 #include <memory>
 
@@ -50,7 +51,7 @@ public:
     virtual DrawContext& getDrawContext() = 0;
     // ...and reaches the screen, for the given area, here.
     virtual void present(const CRect& area) = 0;
-    // The platform's id of the window (an X11 Window), for tests and hosts.
+    // The platform's id of the window (an X11 Window, an HWND), for tests and hosts.
     virtual unsigned long getNativeHandle() const = 0;
 };
 
