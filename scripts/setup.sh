@@ -12,6 +12,7 @@ PACKAGES=(
   libcairo2-dev libfreetype-dev libpng-dev libx11-dev libxtst-dev xvfb fonts-dejavu-core fonts-dejavu-extra
   libjack-jackd2-dev jackd2
   lv2-dev lilv-utils sordi jalv ardour
+  g++-mingw-w64-x86-64-posix wine wine64 libstb-dev dpkg-dev xz-utils xauth
 )
 
 SUDO=""

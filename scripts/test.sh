@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds orm with AddressSanitizer and UndefinedBehaviorSanitizer, warnings as errors, and runs
 # every test suite; then a plain Release build runs them again with the kernels held to the plain
-# loops and to SSE2 (what another processor would pick); then the thread tests run under
-# ThreadSanitizer.
+# loops and to SSE2 (what another processor would pick); then the Windows module, cross-built,
+# runs under Wine; then the thread tests run under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -25,6 +25,9 @@ for level in plain sse2; do
   echo "== Release build, kernels at level $level"
   ORM_KERNELS=$level ctest --test-dir build/release -j "$JOBS" --output-on-failure -LE slow
 done
+
+# The Windows module, cross-built and run under Wine (says SKIPPED where mingw-w64 or Wine is missing).
+bash scripts/windows-test.sh
 
 export TSAN_OPTIONS="halt_on_error=1"
 cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORM_WERROR=ON \
