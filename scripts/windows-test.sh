@@ -26,16 +26,30 @@ if [ "${1:-}" != "--under-xvfb" ]; then
       -DORM_BUILD_BENCH=ON > /dev/null
     cmake --build build/release -j "$(nproc)" --target orm-render
   fi
-  export WINEPREFIX="${ORM_MINGW_CACHE:-$HOME/.cache/orm-mingw}/wine"
+  # A Wine prefix made once and kept beside the libraries; each run works in a copy of its own
+  # (hard links, the registry copied), so that runs never share a Wine server or an X display.
+  CACHE="${ORM_MINGW_CACHE:-$HOME/.cache/orm-mingw}"
   export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-  if [ ! -f "$WINEPREFIX/system.reg" ]; then
-    echo "windows-test: making the Wine prefix $WINEPREFIX"
-    "$(command -v wine64 || command -v wine)" wineboot -i > /dev/null 2>&1
+  if [ ! -f "$CACHE/wine/system.reg" ]; then
+    echo "windows-test: making the Wine prefix $CACHE/wine"
+    rm -rf "$CACHE/wine"
+    WINEPREFIX="$CACHE/wine" "$(command -v wine64 || command -v wine)" wineboot -i > /dev/null 2>&1
+    WINEPREFIX="$CACHE/wine" wineserver -w
   fi
+  export ORM_WINE_TEMPLATE="$CACHE/wine"
   exec xvfb-run -a -s "-screen 0 1280x1024x24 -nolisten tcp" bash "$0" --under-xvfb
 fi
 
 WINE="$(command -v wine64 || command -v wine)"
+WINEPREFIX="$(mktemp -d "$ORM_WINE_TEMPLATE.run.XXXXXX")"
+export WINEPREFIX
+trap 'wineserver -k 2> /dev/null || true; rm -rf "$WINEPREFIX"' EXIT
+rmdir "$WINEPREFIX"
+cp -al "$ORM_WINE_TEMPLATE" "$WINEPREFIX"
+for registry in "$WINEPREFIX"/*.reg; do
+  rm "$registry"
+  cp "$ORM_WINE_TEMPLATE/$(basename "$registry")" "$registry"
+done
 OUT=build/windows/wine-test
 rm -rf "$OUT"
 mkdir -p "$OUT"
@@ -57,5 +71,5 @@ done
 
 host editor orm.dll --screenshot wine-test/editor-wine.png --reference ../../docs/editor.png
 # Wine's own processes end before the X server does.
-if command -v wineserver > /dev/null; then wineserver -w || true; fi
+wineserver -w || true
 echo "windows-test: the Windows module passed under Wine; files in $OUT"

@@ -12,6 +12,7 @@
 #define WIN32_LEAN_AND_MEAN
 #define NOMINMAX
 #include <windows.h>
+#include <xmmintrin.h>
 
 #include <algorithm>
 #include <cmath>
@@ -277,8 +278,12 @@ int runCheck(const std::string& path) {
               "the module needs " + name);
     }
 
+    // Creation leaves flush-to-zero and denormals-are-zero on for the creating thread.
+    const unsigned denormalBits = (1u << 15) | (1u << 6);
+    _mm_setcsr(_mm_getcsr() & ~denormalBits);
     Instance plugin(module);
     AEffect& e = *plugin.effect;
+    check((_mm_getcsr() & denormalBits) == denormalBits, "VSTPluginMain left flush-to-zero or denormals-are-zero off");
     check(versionQueries == 1, "VSTPluginMain did not ask the host's version once");
     char vendor[64] = {0};
     plugin.dispatch(effGetVendorString, 0, 0, vendor);
@@ -669,7 +674,19 @@ int runEditor(const std::string& path, int argc, char** argv) {
     plugin.dispatch(effEditClose);
     pump(plugin, 50);
     check(GetWindow(top, GW_CHILD) == nullptr, "the editor's window outlived effEditClose");
+
+    // Opened again: a new window showing the values of now.  Then the host destroys its window
+    // first, as some do, and closes the editor after.
+    check(plugin.dispatch(effEditOpen, 0, 0, top) == 1, "effEditOpen did not open the editor a second time");
+    pump(plugin, 200);
+    child = GetWindow(top, GW_CHILD);
+    check(child != nullptr && differingPixels(shoot(child, width, height), moved, 2) == 0,
+          "the editor opened again does not show the current values");
     DestroyWindow(top);
+    pump(plugin, 50);
+    plugin.dispatch(effEditClose);
+    pump(plugin, 50);
+    std::printf("editor: closed, opened again at the current values, closed after the host's window went\n");
     return failures ? 1 : 0;
 }
 
