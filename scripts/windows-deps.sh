@@ -22,6 +22,8 @@ mkdir -p "$CACHE/apt/lists/partial" "$CACHE/apt/cache/archives/partial" "$CACHE/
 
 compiler_version() { "$HOST-g++-posix" -dumpfullversion 2>/dev/null || "$HOST-g++-posix" -dumpversion; }
 COMPILER="$HOST-g++-posix $(compiler_version)"
+# A changed recipe (this script, the toolchain file) builds the libraries again.
+RECIPE=$(cat "$0" "$TOOLCHAIN" | sha256sum | cut -c1-16)
 
 # The archive's URI for the bookworm suite, from one-line lists or deb822 .sources files.
 archive_uris() {
@@ -90,36 +92,42 @@ unpack() {
   find "$dir" -mindepth 1 -maxdepth 1 -type d | head -n 1
 }
 
-build_pugixml() {
-  local src=$1 build="$CACHE/build/pugixml"
-  rm -rf "$build"
-  cmake -S "$src" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_INSTALL_PREFIX="$PREFIX" -DBUILD_SHARED_LIBS=OFF -DPUGIXML_BUILD_TESTS=OFF > "$build.log" 2>&1
-  nice -n 10 cmake --build "$build" -j "$JOBS" >> "$build.log" 2>&1
-  cmake --install "$build" >> "$build.log" 2>&1
+# Runs a command with its output in a log; on failure shows the log's end and stops.
+logged() {
+  local log=$1
+  shift
+  "$@" >> "$log" 2>&1 || { tail -n 40 "$log" >&2; echo "windows-deps: failed, see $log" >&2; exit 1; }
 }
 
+cmake_package() {
+  local src=$1 build=$2
+  shift 2
+  rm -rf "$build" "$build.log"
+  logged "$build.log" cmake -S "$src" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" \
+    -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$PREFIX" -DBUILD_SHARED_LIBS=OFF "$@"
+  logged "$build.log" nice -n 10 cmake --build "$build" -j "$JOBS"
+  logged "$build.log" cmake --install "$build"
+}
+
+build_pugixml() { cmake_package "$1" "$CACHE/build/pugixml" -DPUGIXML_BUILD_TESTS=OFF; }
+
 build_libsoxr() {
-  local src=$1 build="$CACHE/build/soxr"
-  rm -rf "$build"
-  cmake -S "$src" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_INSTALL_PREFIX="$PREFIX" -DBUILD_SHARED_LIBS=OFF -DBUILD_TESTS=OFF -DBUILD_EXAMPLES=OFF \
-    -DWITH_OPENMP=OFF -DWITH_LSR_BINDINGS=OFF > "$build.log" 2>&1
-  nice -n 10 cmake --build "$build" -j "$JOBS" >> "$build.log" 2>&1
-  cmake --install "$build" >> "$build.log" 2>&1
+  cmake_package "$1" "$CACHE/build/soxr" -DBUILD_TESTS=OFF -DBUILD_EXAMPLES=OFF -DWITH_OPENMP=OFF \
+    -DWITH_LSR_BINDINGS=OFF
 }
 
 build_fftw3() {
   local src=$1 build="$CACHE/build/fftw3"
-  rm -rf "$build"
+  rm -rf "$build" "$build.log"
   mkdir -p "$build"
   # Single precision only, the SIMD forms the convolver's sizes profit from, the planner's thread
-  # safety inside the one library, no Fortran, no programs.
-  (cd "$build" && "$src/configure" --host=$HOST --prefix="$PREFIX" --enable-float --enable-sse2 --enable-avx \
-    --enable-threads --with-combined-threads --enable-static --disable-shared --disable-fortran \
-    --disable-doc --with-our-malloc CC="$HOST-gcc-posix" CFLAGS="-O2" > "$build.log" 2>&1)
-  nice -n 10 make -C "$build" -j "$JOBS" > "$build.log.make" 2>&1 || { tail -n 30 "$build.log.make" >&2; exit 1; }
-  make -C "$build" install >> "$build.log.make" 2>&1
+  # safety inside the one library, no Fortran, no programs.  mingw's aligned allocation is not
+  # found by the configure script: FFTW aligns its memory itself.
+  (cd "$build" && logged "$build.log" "$src/configure" --host=$HOST --prefix="$PREFIX" --enable-float \
+    --enable-sse2 --enable-avx --enable-threads --with-combined-threads --enable-static --disable-shared \
+    --disable-fortran --disable-doc --with-our-malloc CC="$HOST-gcc-posix" CFLAGS="-O2")
+  logged "$build.log" nice -n 10 make -C "$build" -j "$JOBS"
+  logged "$build.log" make -C "$build" install
 }
 
 if ! command -v "$HOST-g++-posix" > /dev/null; then
@@ -144,7 +152,7 @@ for package in "${PACKAGES[@]}"; do
     echo "windows-deps: Debian's archive has no source package $package" >&2
     exit 1
   fi
-  stamp="$package $version $COMPILER"
+  stamp="$package $version $COMPILER $RECIPE"
   if [ -f "$PREFIX/.$package.stamp" ] && [ "$(cat "$PREFIX/.$package.stamp")" = "$stamp" ]; then
     continue
   fi
