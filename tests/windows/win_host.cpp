@@ -430,9 +430,10 @@ int runRender(const std::string& path, int argc, char** argv) {
     std::printf("rendered %s: %zu frames, level %.2f dBFS RMS\n", out.c_str(), frames, rmsDb(result[0]));
     if (bench) {
         const double audio = double(frames) / rate;
-        std::printf("rate %.0f Hz, block %d: realtime factor %.1f (thread CPU), %.1f (wall), %.1f ns per sample\n", rate,
-                    block, cpu > 0 ? audio / cpu : 0.0, wall > 0 ? audio / wall : 0.0,
-                    frames ? wall * 1e9 / double(frames) : 0.0);
+        std::printf("rate %.0f Hz, block %d: realtime factor %.1f, %.1f ns per sample (%.3f s CPU for %.3f s audio); "
+                    "by the wall clock %.1f\n",
+                    rate, block, cpu > 0 ? audio / cpu : 0.0, frames ? cpu * 1e9 / double(frames) : 0.0, cpu, audio,
+                    wall > 0 ? audio / wall : 0.0);
     }
     for (size_t i = 0; i < frames; ++i)
         if (!std::isfinite(result[0][i]) || !std::isfinite(result[1][i])) {
