@@ -73,7 +73,8 @@ endfunction()
 # file names the only two exports.
 set(ORM_DONATION_HOST "https://tarnvale.example" CACHE STRING "Scheme and host of the donation page")
 file(GLOB_RECURSE ORM_PLUGIN_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/plugin/*.cpp)
-list(FILTER ORM_PLUGIN_SOURCES EXCLUDE REGEX "/plugin/gui/(X11|OpenUrlPosix)")
+# The LV2 adaptor and the Linux back-ends stay out.
+list(FILTER ORM_PLUGIN_SOURCES EXCLUDE REGEX "/plugin/(lv2/|gui/X11|gui/OpenUrlPosix)")
 add_library(orm MODULE ${ORM_PLUGIN_SOURCES} ${PROJECT_SOURCE_DIR}/plugin/orm.def)
 target_link_libraries(orm PRIVATE orm_engine)
 target_compile_definitions(orm PRIVATE ORM_DONATION_HOST="${ORM_DONATION_HOST}")

@@ -62,7 +62,7 @@ host check orm.dll
 for cpu in 0 1; do
   for oversampling in 0 0.5 1; do
     name="riff-oversampling$oversampling-cpu$cpu"
-    build/release/orm-render --signal riff --seconds 2 --set Oversamp=$oversampling --set CPU=$cpu \
+    build/release/orm-render --signal riff --seconds 2 --tail 0 --quiet --set Oversamp=$oversampling --set CPU=$cpu \
       --out "$OUT/$name-linux.wav"
     host render orm.dll --seconds 2 --set Oversamp=$oversampling --set CPU=$cpu --out "wine-test/$name-wine.wav" \
       --reference "wine-test/$name-linux.wav" --max-difference 1e-4
