@@ -424,7 +424,7 @@ int runRender(const std::string& path, int argc, char** argv) {
     }
     const double cpu = threadSeconds() - cpuBefore, wall = wallSeconds() - wallBefore;
     if (!writeWav(out, result, uint32_t(rate))) {
-        std::printf("FAILED: cannot write %s\n", out.c_str());
+        check(false, "cannot write " + out);
         return 1;
     }
     std::printf("rendered %s: %zu frames, level %.2f dBFS RMS\n", out.c_str(), frames, rmsDb(result[0]));
