@@ -241,11 +241,11 @@ int main(int argc, char** argv) {
             for (int i = 0; i < entries; ++i) inputs[static_cast<size_t>(i)] = static_cast<float>(from + step * i);
             const std::vector<float> plate = stageCurve(argv[2], inputs);
             if (argc == 6)
-                for (size_t i = 0; i < inputs.size(); ++i) std::printf("%g %.4f\n", inputs[i], plate[i]);
+                for (size_t i = 0; i < inputs.size(); ++i) std::printf("%g %.6f\n", inputs[i], plate[i]);
             for (int a = 6; a < argc; ++a) {
                 const double v = std::atof(argv[a]);
                 const long i = std::lround((v - from) / step);
-                if (i >= 0 && i < entries) std::printf("%g %.4f\n", v, plate[static_cast<size_t>(i)]);
+                if (i >= 0 && i < entries) std::printf("%g %.6f\n", v, plate[static_cast<size_t>(i)]);
             }
             return 0;
         }
