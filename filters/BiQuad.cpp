@@ -1,5 +1,7 @@
 #include "filters/BiQuad.h"
 
+#include <emmintrin.h>
+
 namespace vrn {
 
 void BiQuad::init(const std::string& filterName, std::shared_ptr<DSPContext>& filterContext) {
@@ -56,6 +58,127 @@ void BiQuad::process(const scalar* in, scalar* out, size_t framesPerBuffer) {
     x[1] = x2;
     y[0] = y1;
     y[1] = y2;
+}
+
+namespace {
+
+constexpr size_t kLanes = 4;
+constexpr size_t kMaxGroups = 4;
+
+// One section's coefficients and state, as the scalar step reads them.
+struct Section {
+    scalar b0, b1, b2, a1, a2;
+    scalar x1, x2, y1, y2;
+    scalar step(scalar in) {
+        const scalar out = x1 * b1 + in * b0 + x2 * b2 - y1 * a1 - y2 * a2;
+        x2 = x1;
+        x1 = in;
+        y2 = y1;
+        y1 = out;
+        return out;
+    }
+};
+
+}  // namespace
+
+void BiQuad::processCascade(BiQuad* const* sections, size_t count, const scalar* in, scalar* out,
+                            size_t frames) {
+    if (count == 0 || frames == 0 || !in || !out) return;
+    // Lane s works on sample t - kSkew·s at step t: its input left the lane below kSkew steps
+    // earlier, so only the recursion itself stays on the path from one step to the next.
+    constexpr size_t kSkew = 2;
+    const size_t last = count - 1;
+    const bool lanes = count % kLanes == 0 && count <= kLanes * kMaxGroups && frames > kSkew * last;
+    if (!lanes) {
+        // One section after the other, through out.
+        for (size_t s = 0; s < count; ++s) sections[s]->process(s == 0 ? in : out, out, frames);
+        return;
+    }
+    Section state[kLanes * kMaxGroups];
+    for (size_t s = 0; s < count; ++s) {
+        const BiQuad& q = *sections[s];
+        state[s] = {q.b[0], q.b[1], q.b[2], q.a[0], q.a[1], q.x[0], q.x[1], q.y[0], q.y[1]};
+    }
+    // Ramp up: section s takes the samples before kSkew·(last - s).  The newest output of each
+    // section for each parity of the step is what the lane above starts from.
+    scalar carried[kSkew][kLanes * kMaxGroups] = {};
+    const size_t start = kSkew * last;
+    for (size_t k = 0; k < start; ++k) {
+        scalar v = in[k];
+        const size_t through = last - k / kSkew;  // sections 0 .. through - 1 take sample k
+        for (size_t s = 0; s < through; ++s) v = state[s].step(v);
+        carried[k % kSkew][through - 1] = v;
+    }
+    const size_t groups = count / kLanes;
+    __m128 b0[kMaxGroups], b1[kMaxGroups], b2[kMaxGroups], a1[kMaxGroups], a2[kMaxGroups];
+    __m128 x1[kMaxGroups], x2[kMaxGroups], y1[kMaxGroups], y2[kMaxGroups];
+    // The outputs of the last kSkew steps, by step parity.
+    __m128 ring[kSkew][kMaxGroups];
+    auto gather = [&](size_t g, scalar Section::*field) {
+        const Section* p = state + kLanes * g;
+        return _mm_setr_ps(p[0].*field, p[1].*field, p[2].*field, p[3].*field);
+    };
+    for (size_t g = 0; g < groups; ++g) {
+        b0[g] = gather(g, &Section::b0);
+        b1[g] = gather(g, &Section::b1);
+        b2[g] = gather(g, &Section::b2);
+        a1[g] = gather(g, &Section::a1);
+        a2[g] = gather(g, &Section::a2);
+        x1[g] = gather(g, &Section::x1);
+        x2[g] = gather(g, &Section::x2);
+        y1[g] = gather(g, &Section::y1);
+        y2[g] = gather(g, &Section::y2);
+        for (size_t parity = 0; parity < kSkew; ++parity) ring[parity][g] = _mm_loadu_ps(carried[parity] + kLanes * g);
+    }
+    for (size_t t = start; t < frames; ++t) {
+        __m128* older = ring[t % kSkew];  // step t - kSkew, overwritten by this step
+        // Each lane takes what the lane below gave kSkew steps ago; lane 0 the new sample.
+        __m128 below = _mm_set_ss(in[t]);
+        for (size_t g = 0; g < groups; ++g) {
+            const __m128 shifted = _mm_castsi128_ps(_mm_slli_si128(_mm_castps_si128(older[g]), 4));
+            const __m128 input = _mm_move_ss(shifted, below);
+            below = _mm_shuffle_ps(older[g], older[g], 0xFF);
+            // The terms in the order of the scalar step.
+            const __m128 sum = _mm_sub_ps(
+                _mm_sub_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(x1[g], b1[g]), _mm_mul_ps(input, b0[g])),
+                                      _mm_mul_ps(x2[g], b2[g])),
+                           _mm_mul_ps(y1[g], a1[g])),
+                _mm_mul_ps(y2[g], a2[g]));
+            x2[g] = x1[g];
+            x1[g] = input;
+            y2[g] = y1[g];
+            y1[g] = sum;
+            older[g] = sum;
+        }
+        out[t - start] = _mm_cvtss_f32(_mm_shuffle_ps(older[groups - 1], older[groups - 1], 0xFF));
+    }
+    auto scatter = [&](size_t g, scalar Section::*field, __m128 v) {
+        scalar values[kLanes];
+        _mm_storeu_ps(values, v);
+        for (size_t lane = 0; lane < kLanes; ++lane) state[kLanes * g + lane].*field = values[lane];
+    };
+    for (size_t g = 0; g < groups; ++g) {
+        scatter(g, &Section::x1, x1[g]);
+        scatter(g, &Section::x2, x2[g]);
+        scatter(g, &Section::y1, y1[g]);
+        scatter(g, &Section::y2, y2[g]);
+        for (size_t parity = 0; parity < kSkew; ++parity) _mm_storeu_ps(carried[parity] + kLanes * g, ring[parity][g]);
+    }
+    // Ramp down: sample k has passed sections 0 .. done, done's output made at step k + kSkew·done,
+    // one of the last kSkew steps; the rest of the sections follow.
+    for (size_t k = frames - start; k < frames; ++k) {
+        const size_t done = (frames - 1 - k) / kSkew;
+        scalar v = carried[(k + kSkew * done) % kSkew][done];
+        for (size_t s = done + 1; s < count; ++s) v = state[s].step(v);
+        out[k] = v;
+    }
+    for (size_t s = 0; s < count; ++s) {
+        BiQuad& q = *sections[s];
+        q.x0 = q.x[0] = state[s].x1;
+        q.x[1] = state[s].x2;
+        q.y[0] = state[s].y1;
+        q.y[1] = state[s].y2;
+    }
 }
 
 }  // namespace vrn

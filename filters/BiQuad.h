@@ -21,6 +21,13 @@ public:
     scalar* process(scalar* in, size_t framesPerBuffer) override;
     // Audio thread, no allocation.  in and out must be different arrays.
     void process(const scalar* in, scalar* out, size_t framesPerBuffer) override;
+
+    // Audio thread, no allocation: in through the sections in order, each one's output the next
+    // one's input, into out (which may be in).  Bit for bit what the sections give one after the
+    // other; groups of four run side by side in vector lanes, each a sample behind the one before,
+    // so that the recursions' latencies overlap.
+    static void processCascade(BiQuad* const* sections, size_t count, const scalar* in, scalar* out,
+                               size_t framesPerBuffer);
 };
 
 }  // namespace vrn

@@ -1,14 +1,14 @@
 #pragma once
-// Convolution of each block with one impulse response by a single FFT over the whole span
-// (overlap-save with a hop of one block): no latency, at the price of a full-size transform on
-// every block whatever its length.
+// Convolution of each block with one impulse response, with no latency: a block's output includes
+// that block's input.  The arithmetic is a PartitionedConvolution, whose cost per sample hardly
+// depends on the block length.
 
 #include <cstdint>
 #include <memory>
 #include <vector>
 
-#include "engine/Buffer.h"
 #include "engine/Element.h"
+#include "filters/PartitionedConvolution.h"
 
 namespace vrn {
 
@@ -42,36 +42,31 @@ public:
     std::vector<scalar>& getLastIterationResults() override;
     void endIteration(int frameIndex) override;
 
-    // Load time or between blocks: a larger block size rebuilds the transforms.
+    // Load time or between blocks: a larger block size grows the output array; the convolution
+    // and its past input stay.
     void setMaxBlockSize(int size) override;
     scalar* getOutput(int index) override;
     std::vector<scalar*>& getOutputs() override { return outputs; }
     std::shared_ptr<ElementMeta> getMeta() override { return meta; }
     void reset() override;
 
-    // The transform length for blocks of up to maxBlockSize and a response of irLength samples:
-    // at least maxBlockSize - 1 + irLength, a multiple of 64 with no prime factor above 5.
-    static uint64_t transformSize(uint64_t maxBlockSize, uint64_t irLength);
-
     uint64_t getMaxIRSize() const { return maxIRSize; }
     uint64_t getIRLength() const { return irLength; }
-    uint64_t getFFTSize() const { return fftSize; }
+    // Whether a response and a block size are both in place, so that blocks run.
+    bool isReady() const { return convolution != nullptr && capacity != 0; }
+    // The longest transform in use; 0 until the convolver is ready or where the response is
+    // short enough to be convolved directly.
+    uint64_t getFFTSize() const { return isReady() ? convolution->largestTransform() : 0; }
+    // The length of the output array: the largest block size so far.
     uint64_t getCapacity() const { return capacity; }
 
 private:
-    struct TransformPlan;
     void rebuild();
 
     uint64_t maxIRSize = 0;
     uint64_t irLength = 0;
-    uint64_t fftSize = 0;
     uint64_t capacity = 0;
-    // Spectra are N/2 + 1 complex bins, so the arrays hold N + 2 values.
-    scalar* spectrum = nullptr;
-    scalar* timeBuffer = nullptr;
-    scalar* accumulator = nullptr;
-    std::unique_ptr<Buffer> history;
-    std::unique_ptr<TransformPlan> plan;
+    std::unique_ptr<PartitionedConvolution> convolution;
     scalar* output = nullptr;
     std::vector<scalar> response;
     std::vector<scalar*> outputs;

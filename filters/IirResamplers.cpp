@@ -83,6 +83,10 @@ void IirResampler::init(const std::string& filterName, const Properties& filterP
         section->init(sectionName + toString(i), context);
         sections.push_back(section);
     }
+    biquads.clear();
+    for (auto& section : sections)
+        if (auto* biquad = dynamic_cast<BiQuad*>(section.get())) biquads.push_back(biquad);
+    if (biquads.size() != sections.size()) biquads.clear();
 
     name = filterName;
     properties = filterProperties;
@@ -175,11 +179,21 @@ void IirInterpolator::process(const std::vector<scalar*>& inputs, size_t framesP
     const scalar* in = inputs.empty() ? nullptr : inputs[0];
     if (in)
         for (size_t k = 0; k < framesPerBuffer; ++k) samples[static_cast<size_t>(factor) * k] = in[k];
-    sectionInputs[0] = samples;
+    runSections(samples, n);
+}
+
+const scalar* IirResampler::runSections(const scalar* in, size_t frames) {
+    if (!biquads.empty()) {
+        scalar* out = sections.back()->getOutputs()[0];
+        BiQuad::processCascade(biquads.data(), biquads.size(), in, out, frames);
+        return out;
+    }
+    sectionInputs[0] = const_cast<scalar*>(in);
     for (auto& section : sections) {
-        section->process(sectionInputs, n);
+        section->process(sectionInputs, frames);
         sectionInputs[0] = section->getOutputs()[0];
     }
+    return sectionInputs[0];
 }
 
 scalar* IirInterpolator::getOutput(int index) {
@@ -214,11 +228,7 @@ void IirDecimator::process(const std::vector<scalar*>& inputs, size_t framesPerB
         std::fill(samples, samples + framesPerBuffer, 0.0f);
         return;
     }
-    for (auto& section : sections) {
-        section->process(sectionInputs, framesPerBuffer);
-        sectionInputs[0] = section->getOutputs()[0];
-    }
-    const scalar* filtered = sectionInputs[0];
+    const scalar* filtered = runSections(sectionInputs[0], framesPerBuffer);
     size_t j = 0;
     for (size_t i = 0; i < framesPerBuffer; i += static_cast<size_t>(factor)) samples[j++] = filtered[i];
 }

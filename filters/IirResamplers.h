@@ -5,6 +5,7 @@
 // design for the high rate, so the same corner means the same filter on either side.
 
 #include "engine/Element.h"
+#include "filters/BiQuad.h"
 #include "filters/FilterDesign.h"
 
 namespace vrn {
@@ -58,6 +59,10 @@ protected:
     bool designable = true;
     int cascade = 1;
     std::vector<std::shared_ptr<Filter>> sections;
+    // The same sections when all are BiQuads, which run as one pipelined cascade.
+    std::vector<BiQuad*> biquads;
+    // Audio thread: in through every section into the last one's buffer; returns that buffer.
+    const scalar* runSections(const scalar* in, size_t frames);
     std::vector<scalar*> sectionInputs = std::vector<scalar*>(1, nullptr);
     scalar* samples = nullptr;  // interpolator: the stuffed input; decimator: the kept output
 };

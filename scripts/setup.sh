@@ -10,6 +10,7 @@ PACKAGES=(
   libfftw3-dev libsoxr-dev libsndfile1-dev
   ngspice
   libcairo2-dev libfreetype-dev libpng-dev libx11-dev libxtst-dev xvfb fonts-dejavu-core fonts-dejavu-extra
+  libjack-jackd2-dev jackd2
 )
 
 SUDO=""

@@ -136,7 +136,7 @@ TEST(WaveConvolver, UnitImpulseResponsePassesTheInput) {
         auto out = run(*wave, in);
         for (size_t i = 0; i < frames; ++i) worst = std::max(worst, static_cast<double>(std::fabs(out[i] - in[i])));
     }
-    std::printf("[ figures  ] unit impulse, N=%llu: worst |out - in| = %.3g for |in| <= 1\n",
+    std::printf("[ figures  ] unit impulse, largest transform %llu: worst |out - in| = %.3g for |in| <= 1\n",
                 static_cast<unsigned long long>(wave->getConvolver().getFFTSize()), worst);
     EXPECT_LT(worst, 1e-6);
 }

@@ -52,6 +52,7 @@ struct Expected {
     {"HorizontalSwitch-3P.png", 40, 60, 20, 3},
     {"VerticalSwitch.png", 20, 80, 40, 2},
     {"donate.png", 92, 52, 26, 2},
+    {"orm-icon.png", 128, 128, 128, 1},  // orm-jack's icon in desktop menus
 };
 
 }  // namespace

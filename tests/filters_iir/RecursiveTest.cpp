@@ -137,6 +137,43 @@ TEST(RecursiveFilters, BlockKernelEqualsSampleStepsBitForBit) {
     EXPECT_EQ(iir->process(1.0f), 0.0f);
 }
 
+TEST(RecursiveFilters, PipelinedCascadeEqualsSectionsOneAfterAnotherBitForBit) {
+    // Different sections (the interpolator's first one differs), counts that use the lanes (4, 8,
+    // 16) and ones that do not (3, 20), blocks shorter than the cascade and in place.
+    const auto in = ormtest::testSignal(1500);
+    for (size_t count : {3u, 4u, 8u, 16u, 20u}) {
+        auto makeAll = [count] {
+            std::vector<std::unique_ptr<BiQuad>> all;
+            for (size_t s = 0; s < count; ++s)
+                all.push_back(make<BiQuad>({-1.6f + 0.01f * s, 0.7f}, {0.05f * (s + 1), 0.1f, 0.05f}));
+            return all;
+        };
+        // One sample more through every section's own step: the states handed back must agree.
+        auto tail = [](std::vector<std::unique_ptr<BiQuad>>& all) {
+            scalar v = 0.25f;
+            for (auto& section : all) v = section->process(v);
+            return v;
+        };
+        auto reference = makeAll();
+        std::vector<scalar> expected(in);
+        for (auto& section : reference) section->process(expected.data(), expected.data(), expected.size());
+        const scalar expectedTail = tail(reference);
+        for (const std::vector<size_t>& sizes : {std::vector<size_t>{2}, {7, 1, 256}, {1000}}) {
+            auto all = makeAll();
+            std::vector<BiQuad*> pointers;
+            for (auto& section : all) pointers.push_back(section.get());
+            std::vector<scalar> out(in);
+            for (size_t pos = 0, k = 0; pos < out.size();) {
+                const size_t n = std::min(sizes[k++ % sizes.size()], out.size() - pos);
+                BiQuad::processCascade(pointers.data(), count, out.data() + pos, out.data() + pos, n);
+                pos += n;
+            }
+            EXPECT_EQ(out, expected) << count << " sections, blocks of " << sizes[0];
+            EXPECT_EQ(tail(all), expectedTail) << count << " sections, blocks of " << sizes[0];
+        }
+    }
+}
+
 TEST(RecursiveFilters, CoefficientChangesKeepTheStateAndResetClearsIt) {
     // During a signal the old state meets the new coefficients: "A" then "B", between blocks.
     const auto in = ormtest::testSignal(400);

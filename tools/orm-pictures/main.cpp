@@ -788,6 +788,41 @@ cairo_surface_t* drawDonate(const Lettering& fonts) {
     return surface;
 }
 
+// ---------------------------------------------------------------------------------------------
+// The application's icon for desktop menus: a chicken-head knob on a cream plate with the name.
+
+cairo_surface_t* drawIcon(const Lettering& fonts) {
+    const int size = 128;
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, size, size);
+    cairo_t* cr = cairo_create(surface);
+    // The plate: black tolex edge, cream face.
+    roundedRectangle(cr, 4, 4, 120, 120, 20);
+    cairo_set_source_rgb(cr, 0.09, 0.09, 0.085);
+    cairo_fill(cr);
+    cairo_pattern_t* face = cairo_pattern_create_linear(0, 10, 0, 118);
+    cairo_pattern_add_color_stop_rgb(face, 0, 0.93, 0.89, 0.78);
+    cairo_pattern_add_color_stop_rgb(face, 1, 0.80, 0.75, 0.62);
+    roundedRectangle(cr, 10, 10, 108, 108, 15);
+    cairo_set_source(cr, face);
+    cairo_fill(cr);
+    cairo_pattern_destroy(face);
+    // The knob, half again its panel size, turned to two o'clock.
+    cairo_save(cr);
+    cairo_translate(cr, 64 - 33 * 1.5, 50 - 33 * 1.5);
+    cairo_scale(cr, 1.5, 1.5);
+    drawKnobFrame(cr, 60 * pi / 180);
+    cairo_restore(cr);
+    // The name, in the panel's logo lettering.
+    useFont(cr, fonts.logo, 26);
+    cairo_text_extents_t e;
+    cairo_text_extents(cr, "orm", &e);
+    cairo_move_to(cr, 64 - e.x_advance / 2, 110);
+    cairo_set_source_rgb(cr, 0.45, 0.08, 0.06);
+    cairo_show_text(cr, "orm");
+    cairo_destroy(cr);
+    return surface;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -808,6 +843,7 @@ int main(int argc, char** argv) {
             {"HorizontalSwitch-3P.png", drawSlideSwitch()},
             {"VerticalSwitch.png", drawToggle()},
             {"donate.png", drawDonate(lettering)},
+            {"orm-icon.png", drawIcon(lettering)},
         };
         for (auto& picture : pictures) {
             writePng(picture.surface, directory + picture.file);

@@ -33,6 +33,11 @@ public:
 
     const std::vector<std::string>& parameterNames() const { return names; }
 
+    // For a host that plays in real time (orm-jack): the effect's record, for its editor and the
+    // audio thread, and the suspend that comes before new settings (start() again resumes).
+    AEffect* record() const { return effect; }
+    void suspend() { dispatch(effMainsChanged, 0, 0); }
+
 private:
     intptr_t dispatch(int32_t opcode, int32_t index = 0, intptr_t value = 0, void* ptr = nullptr, float opt = 0.0f);
     void close();
