@@ -70,8 +70,9 @@ void GridCurrentLoad::readProperties(const Properties& properties) {
     igc = read("Igc", 0, true);
     exponent = read("N", 1, true);
     vc = read("Vc", 0, false);
-    if (!(igc >= 0) || !(exponent >= 1))
-        throw InvalidArgumentException("GridCurrentLoad: Igc must be at least 0 and N at least 1. GridCurrentLoad name=" +
+    // A negative Igc pushes the current into the load node instead (a fitted correction).
+    if (!std::isfinite(igc) || !(exponent >= 1) || !std::isfinite(exponent))
+        throw InvalidArgumentException("GridCurrentLoad: Igc must be a number and N at least 1. GridCurrentLoad name=" +
                                        name);
 }
 

@@ -29,7 +29,7 @@ private:
 };
 
 // Nodes: load, drive, cathode.  I = Igc·(v(drive) - v(cathode) + Vc)^N above zero, flowing out of
-// the load node into the cathode node.
+// the load node into the cathode node (into the load node when Igc is negative).
 class GridCurrentLoad : public Component {
 public:
     GridCurrentLoad();

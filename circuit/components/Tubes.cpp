@@ -175,14 +175,14 @@ void Pentode::prepare(std::vector<scalar>& x) {
     vg = voltage(x, n[2]);
     vk = voltage(x, n[3]);
     plateCutOff = false;
-    if (!clampPlate) plateCutOff = vp < std::max(std::max(vg, vk), 0.0f);
+    if (!clampPlate) plateCutOff = vp < std::max(vk, 0.0f);
     vp = std::max(vp, 0.0f);
     vs = std::max(vs, 0.0f);
     vk = std::max(vk, 0.0f);
     if (!clampPlate) {
-        // The currents are taken at the clamped plate; the solution keeps the free one.
-        const scalar floor = std::max(vg, vk);
-        vp = std::max(vp, floor);
+        // A free plate sees its own voltage down to the cathode (below it the tube is cut off),
+        // whatever the grid does; the solution keeps the free one.
+        vp = std::max(vp, vk);
         if (live[3]) x[static_cast<size_t>(n[3])] = vk;
         if (live[1]) x[static_cast<size_t>(n[1])] = vs;
         return;

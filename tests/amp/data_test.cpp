@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstdio>
@@ -59,11 +60,18 @@ TEST(AmpData, CabinetResponseKeepsItsTellingProperties) {
         if (n < 950) preNoise = std::max(preNoise, static_cast<int>(std::fabs(steps)));
     }
     EXPECT_EQ(973, peak);
-    EXPECT_EQ(0.99993896484375f, h[973]);  // 32766 steps
-    EXPECT_NEAR(4.87, energy, 0.05 * 4.87);
+    // The values the response keeps exactly, in steps: its first six samples and the eight
+    // around the peak (32766 at index 973).
+    const float first[6] = {-3, 1, 1, 3, 5, -1};
+    for (int n = 0; n < 6; ++n) EXPECT_EQ(first[n] / 32768.0f, h[n]) << n;
+    const float pulse[8] = {-20484, -4924, 1349, 13051, 32766, 32150, 26061, 13352};
+    for (int k = 0; k < 8; ++k) EXPECT_EQ(pulse[k] / 32768.0f, h[969 + k]) << 969 + k;
+    EXPECT_NEAR(4.87106, energy, 0.001 * 4.87106);
+    EXPECT_NEAR(4.87105, energy8192, 0.001 * 4.87105);
     EXPECT_LT(energy - energy8192, 1e-4);
     EXPECT_LE(late, 0.000152587890625f);  // at most 5 steps beyond index 8191
     EXPECT_EQ(22614, last);
+    EXPECT_EQ(12455, static_cast<int>(std::count_if(h.begin(), h.end(), [](float v) { return v != 0.0f; })));
     // Noise of 1 to 6 steps before the pulse, and the pulse starting near index 960.
     EXPECT_GE(preNoise, 1);
     EXPECT_LE(preNoise, 6);

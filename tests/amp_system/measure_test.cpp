@@ -122,34 +122,42 @@ Harmonics analyse(const std::vector<float>& x, double f) {
 TEST(AmpSystem, LevelAndDistortionRiseWithDrive) {
     const float volumes[] = {0.25f, 0.5f, 0.75f, 1.0f};
     const double levels[] = {-24.0, -12.0, -6.0};
-    double thd[4][3], out[4][3];
-    std::printf("220 Hz sine, default controls but Volume: output level (dBFS, fundamental) / THD (dB)\n");
-    std::printf("  Volume   -24 dBFS in        -12 dBFS in        -6 dBFS in\n");
-    for (int v = 0; v < 4; ++v) {
-        std::printf("  %.2f  ", volumes[v]);
-        for (int l = 0; l < 3; ++l) {
-            const std::vector<float> y = render(sine(220.0, levels[l], 3 * kSecond / 2), {{kGain, volumes[v]}});
-            EXPECT_TRUE(finiteAndBounded(y, 1.0f)) << volumes[v] << " " << levels[l];
-            const Harmonics h = analyse(y, 220.0);
-            out[v][l] = dbfs(h.fundamental);
-            thd[v][l] = h.thdDb();
-            std::printf("  %7.2f / %6.2f  ", out[v][l], thd[v][l]);
+    for (int cpu = 0; cpu < 2; ++cpu) {
+        double thd[4][3], out[4][3];
+        std::printf("220 Hz sine, %s CPU, default controls but Volume: output level (dBFS, fundamental) / THD (dB)\n",
+                    cpu ? "high" : "low");
+        std::printf("  Volume   -24 dBFS in        -12 dBFS in        -6 dBFS in\n");
+        for (int v = 0; v < 4; ++v) {
+            std::printf("  %.2f  ", volumes[v]);
+            for (int l = 0; l < 3; ++l) {
+                const std::vector<float> y =
+                    render(sine(220.0, levels[l], 3 * kSecond / 2), {{kGain, volumes[v]}, {kCPU, float(cpu)}});
+                EXPECT_TRUE(finiteAndBounded(y, 1.0f)) << volumes[v] << " " << levels[l] << " CPU " << cpu;
+                const Harmonics h = analyse(y, 220.0);
+                out[v][l] = dbfs(h.fundamental);
+                thd[v][l] = h.thdDb();
+                std::printf("  %7.2f / %6.2f  ", out[v][l], thd[v][l]);
+            }
+            std::printf("\n");
         }
-        std::printf("\n");
+        for (int v = 0; v < 4; ++v) {
+            // A louder input distorts more at every setting of the knob...
+            EXPECT_LT(thd[v][0], thd[v][1]) << volumes[v] << " CPU " << cpu;
+            EXPECT_LT(thd[v][1], thd[v][2]) << volumes[v] << " CPU " << cpu;
+            // ...and the stages compress: 18 dB more input gives clearly less than 18 dB more output.
+            EXPECT_LT(out[v][2] - out[v][0], 18.0 - 3.0) << volumes[v] << " CPU " << cpu;
+        }
+        for (int l = 0; l < 3; ++l) {
+            // More Volume, more distortion, at every input level.  In high-CPU mode the power
+            // stage's curve has stretches that rise, so a stage already in full saturation may
+            // distort a little less when pushed harder: half a decibel is allowed there.
+            const double slack = cpu ? 0.5 : 0.0;
+            for (int v = 0; v + 1 < 4; ++v)
+                EXPECT_LT(thd[v][l], thd[v + 1][l] + slack) << volumes[v] << " " << levels[l] << " CPU " << cpu;
+        }
+        // The cleanest and the most driven settings lie far apart.
+        EXPECT_GT(thd[3][2] - thd[0][0], 20.0) << "CPU " << cpu;
     }
-    for (int v = 0; v < 4; ++v) {
-        // A louder input distorts more at every setting of the knob...
-        EXPECT_LT(thd[v][0], thd[v][1]) << volumes[v];
-        EXPECT_LT(thd[v][1], thd[v][2]) << volumes[v];
-        // ...and the stages compress: 18 dB more input gives clearly less than 18 dB more output.
-        EXPECT_LT(out[v][2] - out[v][0], 18.0 - 3.0) << volumes[v];
-    }
-    for (int l = 0; l < 3; ++l) {
-        // More Volume, more distortion, at every input level.
-        for (int v = 0; v + 1 < 4; ++v) EXPECT_LT(thd[v][l], thd[v + 1][l]) << volumes[v] << " " << levels[l];
-    }
-    // The cleanest and the most driven settings lie far apart.
-    EXPECT_GT(thd[3][2] - thd[0][0], 20.0);
 }
 
 TEST(AmpSystem, CpuModesAgreeForSmallSignalsAndPartAtFullDrive) {
@@ -186,9 +194,12 @@ TEST(AmpSystem, AliasingFallsAsTheOversamplingFactorRises) {
     const std::vector<float> in = sine(5000.0, -6.0, 3 * kSecond / 2);
     const float positions[] = {0.0f, 0.5f, 1.0f};
     double aliasDb[3];
-    std::printf("5 kHz sine at -6 dBFS, Volume 1, Input 1: energy off the harmonic series\n");
+    // The cabinet out: its top (set by the stated pulse of its response) would weigh the aliases
+    // by where they land; the stages' aliasing is what the factor governs.
+    std::printf("5 kHz sine at -6 dBFS, Volume 1, Input 1, cabinet out: energy off the harmonic series\n");
     for (int i = 0; i < 3; ++i) {
-        const std::vector<float> y = render(in, {{kGain, 1.0f}, {kInput, 1.0f}, {kOversampling, positions[i]}});
+        const std::vector<float> y =
+            render(in, {{kGain, 1.0f}, {kInput, 1.0f}, {kOversampling, positions[i]}, {kCabinet, 0.0f}});
         EXPECT_TRUE(finiteAndBounded(y, 2.0f));
         const Harmonics h = analyse(y, 5000.0);
         aliasDb[i] = h.offSeriesDb();

@@ -111,6 +111,11 @@ std::vector<float> tubeCurve(char name, const std::string& resourceDir) {
     return plate;
 }
 
+std::vector<float> stageCurve(const std::string& netlistPath, const std::vector<float>& inputs) {
+    auto circuit = loadStage(netlistPath);
+    return sweep(*circuit, inputs, [](size_t) {});
+}
+
 std::vector<double> gridTableYg(const std::string& resourceDir) {
     const double open = 1e10;
     const int entries = 1001;

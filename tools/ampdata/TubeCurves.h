@@ -20,6 +20,8 @@ const CurveGrid& curveGrid(char name);
 double gridVoltage(const CurveGrid& grid, int i);
 // The plate voltage at every entry, with the cut-off of the 260 V stages made exact.
 std::vector<float> tubeCurve(char name, const std::string& resourceDir);
+// The plate voltage of any stage netlist at the inputs given, solved as the curves are (for fitting).
+std::vector<float> stageCurve(const std::string& netlistPath, const std::vector<float>& inputs);
 // Resistance Vin / Ig of stage C in ohm, 0 V to 20 V in steps of 0.02 V; 1e10 without grid current.
 std::vector<double> gridTableYg(const std::string& resourceDir);
 

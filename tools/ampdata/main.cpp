@@ -7,9 +7,14 @@
 //   orm-ampdata report-curves   the curves and "yg" at their telling rows, target against generated
 //   orm-ampdata report-u87      the telling properties of the response, on standard output
 //   orm-ampdata plot-u87 FILE   a PNG of the response's magnitude (needs cairo)
+//   orm-ampdata sweep NETLIST FROM STEP TO [V...]
+//                               sweeps a stage netlist from FROM to TO and prints the plate
+//                               voltage at each V (every point without V), for fitting a stage
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -227,6 +232,21 @@ int main(int argc, char** argv) {
     try {
         if (command == "report-u87") {
             reportU87();
+            return 0;
+        }
+        if (command == "sweep" && argc >= 6) {
+            const double from = std::atof(argv[3]), step = std::atof(argv[4]), to = std::atof(argv[5]);
+            const int entries = static_cast<int>(std::lround((to - from) / step)) + 1;
+            std::vector<float> inputs(static_cast<size_t>(std::max(entries, 1)));
+            for (int i = 0; i < entries; ++i) inputs[static_cast<size_t>(i)] = static_cast<float>(from + step * i);
+            const std::vector<float> plate = stageCurve(argv[2], inputs);
+            if (argc == 6)
+                for (size_t i = 0; i < inputs.size(); ++i) std::printf("%g %.6f\n", inputs[i], plate[i]);
+            for (int a = 6; a < argc; ++a) {
+                const double v = std::atof(argv[a]);
+                const long i = std::lround((v - from) / step);
+                if (i >= 0 && i < entries) std::printf("%g %.6f\n", v, plate[static_cast<size_t>(i)]);
+            }
             return 0;
         }
         if (command == "report-curves") {
