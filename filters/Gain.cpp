@@ -36,12 +36,14 @@ void Gain::propertyChanged(const std::string& propertyName, scalar value) {
 }
 
 void Gain::setGlideTime(scalar seconds) {
-    glide.setTime(seconds, context ? context->getSamplingRate() : 0.0f);
+    if (rate <= 0.0f && context) rate = context->getSamplingRate();
+    glide.setTime(seconds, rate);
     gain = static_cast<scalar>(glide.value());
 }
 
-void Gain::setSamplingRate(scalar rate) {
-    Filter::setSamplingRate(rate);
+void Gain::setSamplingRate(scalar newRate) {
+    Filter::setSamplingRate(newRate);
+    rate = newRate;
     glide.setRate(rate);
     gain = static_cast<scalar>(glide.value());
 }

@@ -34,6 +34,7 @@ public:
 
 private:
     scalar gain = 0;
+    scalar rate = 0;
     Glide glide;
 };
 
