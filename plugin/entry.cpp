@@ -55,7 +55,10 @@ __attribute__((visibility("default"))) AEffect* VSTPluginMain(audioMasterCallbac
 }
 
 // Older hosts look for the entry under the name "main": the same function under a second name.
+// (Not in a program that links the plug-in in, such as the dispatcher's fuzz target.)
+#ifndef ORM_NO_MAIN_ALIAS
 AEffect* ormMainAlias(audioMasterCallback audioMaster) __asm__("main")
     __attribute__((alias("VSTPluginMain"), visibility("default")));
+#endif
 
 }  // extern "C"
