@@ -3,10 +3,11 @@
 
 OUT_DIR/wav: small WAV files of every sample format the engine reads (and a few it refuses);
 OUT_DIR/dispatcher: host sessions in the dispatcher target's byte language;
-OUT_DIR/system: the example descriptions and the circuits of the tube stages.
+OUT_DIR/system: the example descriptions and those of the documentation.
 """
 import math
 import os
+import re
 import shutil
 import struct
 import sys
@@ -107,11 +108,19 @@ def dispatcher_seeds(out):
 
 
 def system_seeds(out):
+    """The examples, and every description shown in the documentation (the tube-stage circuits of
+    resources/ take seconds a run: too slow to fuzz from)."""
     os.makedirs(out, exist_ok=True)
-    for folder in ("examples", os.path.join("resources", "tubes")):
-        for name in sorted(os.listdir(os.path.join(ROOT, folder))):
-            if name.endswith(".xml"):
-                shutil.copy(os.path.join(ROOT, folder, name), out)
+    for name in sorted(os.listdir(os.path.join(ROOT, "examples"))):
+        if name.endswith(".xml"):
+            shutil.copy(os.path.join(ROOT, "examples", name), out)
+    for doc in ("system-description.md", "circuits.md"):
+        with open(os.path.join(ROOT, "docs", doc)) as f:
+            blocks = re.findall(r"```xml\n(.*?)```", f.read(), re.S)
+        for i, block in enumerate(blocks):
+            if "<System>" in block:
+                with open(os.path.join(out, "%s-%d.xml" % (doc[:-3], i)), "w") as f:
+                    f.write(block)
 
 
 if __name__ == "__main__":

@@ -7,8 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -16,7 +14,6 @@
 #include <vector>
 
 #include "engine/Driver.h"
-#include "plugin/OrmSystemDescription.h"
 
 namespace {
 
@@ -38,15 +35,6 @@ void run(vrn::Driver& driver) {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    // ORM_FUZZ_SEEDS=DIR: write the built-in description there, as a seed.
-    if (const char* seeds = std::getenv("ORM_FUZZ_SEEDS")) {
-        std::ofstream out(std::string(seeds) + "/builtin.xml");
-        out << makeOrmSystemDescription();
-    }
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The engine's own element types, as orm-render --system has them.

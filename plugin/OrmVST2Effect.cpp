@@ -223,6 +223,7 @@ void OrmVST2Effect::settle() {
     if (block <= 0) return;  // no block size yet: the first resume after one settles
     const size_t frames = static_cast<size_t>(block);
     const double rate = driver->getSamplingRate();
+    if (!(rate > 0.0 && rate <= 1e6)) return;  // no rate a host would play at
     const size_t stillFor = static_cast<size_t>(rate * 0.05);
     const size_t atMost = static_cast<size_t>(rate * 4.0);
     std::vector<scalar> silence(frames, 0.0f);
@@ -260,13 +261,19 @@ void OrmVST2Effect::settle() {
         // The first real block meets the same failure and deals with it.
         return;
     }
-    // The switches' graphs go back to where the controls have them with the first real block.
+    // The switches' graphs go back to where the controls have them, delivered by one more empty
+    // block, so that the host's first block finds nothing to redo.
     for (auto& control : *controls)
         for (auto& property : *control->getProperties())
             if (!property->element && property->graph) {
                 control->setValue(control->getValue());
                 break;
             }
+    try {
+        driver->process(channels, 0);
+    } catch (...) {
+        return;
+    }
     settled = true;
 }
 

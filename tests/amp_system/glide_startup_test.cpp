@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "plugin/PluginHost.h"
+#include "support/AllocationCounter.h"
 
 using testhost::Instance;
 
@@ -142,5 +143,27 @@ TEST(Glide, AKnobMovedByAutomationLeavesNoStepAtTheBlockWhereItMoves) {
                     "worst %.2fx\n",
                     cpu > 0.5f ? "high" : "low", louder, changed.size(), worst);
         EXPECT_EQ(louder, 0) << "CPU " << cpu;
+    }
+}
+
+TEST(Startup, TheFirstBlockAfterAResumeAndAGlideAllocateNothing) {
+    // Resume leaves nothing for the first block to redo (the controls' first values, the
+    // oversampling factor, the switches put back after settling), and a glide is plain arithmetic.
+    for (float stereo : {0.0f, 1.0f}) {
+        Instance plugin;
+        start(plugin, 48000.0f, 256, {{kStereo, stereo}, {kOversampling, 1.0f}});
+        std::vector<float> in(256, 0.1f), out0(256), out1(256);
+        float* inputs[2] = {in.data(), in.data()};
+        float* outputs[2] = {out0.data(), out1.data()};
+        {
+            allocation::Counter counter;
+            plugin.process(inputs, outputs, 256);
+            EXPECT_EQ(counter.allocations(), 0) << "first block, stereo " << stereo;
+        }
+        plugin.setParameter(kGain, 0.9f);
+        plugin.setParameter(kVol, 0.1f);
+        allocation::Counter counter;
+        for (int block = 0; block < 8; ++block) plugin.process(inputs, outputs, 256);
+        EXPECT_EQ(counter.allocations(), 0) << "gliding, stereo " << stereo;
     }
 }
