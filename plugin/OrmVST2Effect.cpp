@@ -206,6 +206,10 @@ void OrmVST2Effect::resume() {
 }
 
 void OrmVST2Effect::setSampleRate(float rate) {
+    // A rate no host plays at (not a number, zero, negative, beyond 768 kHz) is ignored: the
+    // networks, the resamplers and the cabinet's response cannot be designed for it, and the
+    // instance keeps the rate it had.
+    if (!(rate >= kLowestRate && rate <= kHighestRate)) return;
     // The adaptor's own rate stays at its default: only the Driver needs to know.
     if (rate != driver->getSamplingRate()) settled = false;
     driver->setSamplingRate(rate);
@@ -223,7 +227,6 @@ void OrmVST2Effect::settle() {
     if (block <= 0) return;  // no block size yet: the first resume after one settles
     const size_t frames = static_cast<size_t>(block);
     const double rate = driver->getSamplingRate();
-    if (!(rate > 0.0 && rate <= 1e6)) return;  // no rate a host would play at
     const size_t stillFor = static_cast<size_t>(rate * 0.05);
     const size_t atMost = static_cast<size_t>(rate * 4.0);
     std::vector<scalar> silence(frames, 0.0f);

@@ -18,6 +18,9 @@ public:
     static constexpr int32_t kUniqueId = 0x71377674;  // q7vt
     static constexpr int32_t kVendorVersion = 1100;
     static constexpr const char* kVendor = "Tarnvale";
+    // The sampling rates an instance takes from a host; others are ignored.
+    static constexpr float kLowestRate = 1000.0f;
+    static constexpr float kHighestRate = 768000.0f;
 
     // Load time, on the host's thread: wires the system's elements and the controls' value functions.
     OrmVST2Effect(audioMasterCallback audioMaster, std::shared_ptr<vrn::Driver> driver);
