@@ -3,7 +3,8 @@
 
 OUT_DIR/wav: small WAV files of every sample format the engine reads (and a few it refuses);
 OUT_DIR/dispatcher: host sessions in the dispatcher target's byte language;
-OUT_DIR/system: the example descriptions and those of the documentation.
+OUT_DIR/system: the example descriptions and those of the documentation;
+and in each, the inputs that once crashed the target (fuzz/regressions/).
 """
 import math
 import os
@@ -123,8 +124,17 @@ def system_seeds(out):
                     f.write(block)
 
 
+def regressions(out, target):
+    """Inputs that once crashed a target (fuzz/regressions/TARGET): every run replays them."""
+    folder = os.path.join(ROOT, "fuzz", "regressions", target)
+    for name in sorted(os.listdir(folder)) if os.path.isdir(folder) else []:
+        shutil.copy(os.path.join(folder, name), out)
+
+
 if __name__ == "__main__":
     base = sys.argv[1]
     wav_seeds(os.path.join(base, "wav"))
     dispatcher_seeds(os.path.join(base, "dispatcher"))
     system_seeds(os.path.join(base, "system"))
+    for target in ("wav", "dispatcher", "system"):
+        regressions(os.path.join(base, target), target)
