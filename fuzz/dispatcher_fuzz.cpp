@@ -7,6 +7,7 @@
 // ORM_FUZZ_TOLERATE_EXCEPTIONS=1 lets such exceptions pass (the instance is then abandoned),
 // to search past a known one.
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -88,8 +89,9 @@ struct Session {
                 break;
         }
         dispatch(opcode, index, value, ptr, opt);
+        // Blocks stay within the buffers here (shorter than announced is what hosts do).
         if ((opcode == effSetBlockSize || opcode == effSetBlockSizeAndSampleRate) && value > 0)
-            blockSize = static_cast<int32_t>(value);
+            blockSize = static_cast<int32_t>(std::min<intptr_t>(value, kLargestBlock));
     }
 
     void block(fuzz::Input& in) {
