@@ -1,10 +1,15 @@
 #include "amp/CouplingNetworks.h"
 
+#include <algorithm>
+
 using vrn::scalar;
 
 namespace {
 const std::string kA("A");
 const std::string kB("B");
+// A gliding wiper gets new coefficients this often, in samples at the network's rate: a step
+// of a few hundredths of a dB, a few hundred recomputations in a glide at the highest rates.
+constexpr size_t kGlideStride = 32;
 }  // namespace
 
 // Both networks round the numerator constant and the denominator to scalar, then divide once:
@@ -18,19 +23,38 @@ VolumeControl::VolumeControl()
 void VolumeControl::propertiesChanged(const std::unordered_map<std::string, scalar>& properties) {
     auto it = properties.find("Wiper");
     if (it == properties.end()) return;
-    wiper = it->second;
+    glide.jump(it->second);
+    wiper = glide.value();
     recompute();
 }
 
 void VolumeControl::propertyChanged(const std::string& name, scalar value) {
     if (name != "Wiper") throw vrn::VRNException("VolumeControl: Unknown property " + name);
-    wiper = value;
+    glide.setTarget(value);
+    wiper = glide.value();
     recompute();
 }
 
 void VolumeControl::setSamplingRate(scalar rate) {
     T = 2.0 * static_cast<double>(rate);
+    glide.setRate(rate);
+    wiper = glide.value();
     recompute();
+}
+
+void VolumeControl::setGlideTime(double seconds) {
+    // T is 1 until the first rate: no glide before the network knows its rate.
+    glide.setTime(seconds, T > 1.0 ? T / 2.0 : 0.0);
+}
+
+size_t VolumeControl::advance(size_t frames) {
+    glide.start();
+    if (!glide.moving()) return frames;
+    const size_t n = std::min(frames, kGlideStride);
+    // The stretch runs with the wiper it ends at.
+    wiper = glide.advance(n);
+    recompute();
+    return n;
 }
 
 void VolumeControl::recompute() {

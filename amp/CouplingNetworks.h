@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "amp/FilterWrapper.h"
+#include "engine/Glide.h"
 #include "filters/BiQuad.h"
 #include "filters/FirstOrderIIR.h"
 
@@ -35,9 +36,14 @@ public:
     std::shared_ptr<vrn::Filter>& getFilter() override { return filter; }
     // Recomputes if the map holds "Wiper"; otherwise does nothing.
     void propertiesChanged(const std::unordered_map<std::string, vrn::scalar>& properties) override;
-    // "Wiper" only; anything else is a VRNException.
+    // "Wiper" only; anything else is a VRNException.  With a glide time, a new wiper is reached
+    // over that time once audio has passed.
     void propertyChanged(const std::string& name, vrn::scalar value) override;
     void setSamplingRate(vrn::scalar rate) override;
+    // While the wiper glides: new coefficients every few dozen samples.
+    size_t advance(size_t frames) override;
+    // Load time: 0 (the default) takes a new wiper at once.
+    void setGlideTime(double seconds);
 
     double getWiper() const { return wiper; }
 
@@ -46,6 +52,7 @@ private:
 
     std::shared_ptr<vrn::Filter> filter;
     double wiper = 1.0;
+    vrn::Glide glide{1.0};
     double Rs = volumenetwork::Rs;
     double Rp = volumenetwork::Rp;
     double C1 = volumenetwork::C1;

@@ -47,19 +47,44 @@ void FilterWrapper::init(const std::string& filterName, const vrn::Properties& f
 
 scalar FilterWrapper::process(scalar in) { return filter->process(in); }
 
+// While the calculator's values glide, the block is cut into stretches with coefficients of
+// their own; otherwise the inner filter runs the block in one go, as it would unwrapped.
 void FilterWrapper::process(const std::vector<scalar*>& inputs, size_t framesPerBuffer) {
-    filter->process(inputs, framesPerBuffer);
+    const size_t first = calculator->advance(framesPerBuffer);
+    if (first >= framesPerBuffer || inputs.empty())
+        filter->process(inputs, framesPerBuffer);
+    else
+        processInStretches(inputs[0], filter->getOutputs()[0], framesPerBuffer, first);
 }
 
 void FilterWrapper::process(const std::vector<scalar*>& inputs, std::vector<scalar*>& outputs,
                             size_t framesPerBuffer) {
-    filter->process(inputs, outputs, framesPerBuffer);
+    const size_t first = calculator->advance(framesPerBuffer);
+    if (first >= framesPerBuffer || inputs.empty() || outputs.empty())
+        filter->process(inputs, outputs, framesPerBuffer);
+    else
+        processInStretches(inputs[0], outputs[0], framesPerBuffer, first);
 }
 
 scalar* FilterWrapper::process(scalar* in, size_t framesPerBuffer) { return filter->process(in, framesPerBuffer); }
 
 void FilterWrapper::process(const scalar* in, scalar* out, size_t framesPerBuffer) {
-    filter->process(in, out, framesPerBuffer);
+    const size_t first = calculator->advance(framesPerBuffer);
+    if (first >= framesPerBuffer)
+        filter->process(in, out, framesPerBuffer);
+    else
+        processInStretches(in, out, framesPerBuffer, first);
+}
+
+void FilterWrapper::processInStretches(const scalar* in, scalar* out, size_t framesPerBuffer, size_t first) {
+    if (!in || !out) return;
+    size_t done = 0;
+    for (size_t n = first; n > 0;) {
+        filter->process(in + done, out + done, n);
+        done += n;
+        if (done >= framesPerBuffer) break;
+        n = calculator->advance(framesPerBuffer - done);
+    }
 }
 
 void FilterWrapper::setSamplingRate(scalar rate) { calculator->setSamplingRate(rate); }

@@ -20,6 +20,10 @@ public:
     virtual void propertyChanged(const std::string& name, vrn::scalar value) = 0;
     // The rate the inner filter runs at (the graph's own rate, oversampling included).
     virtual void setSamplingRate(vrn::scalar rate) = 0;
+    // Audio thread, no allocation, before the inner filter runs the next `frames` samples: a
+    // calculator whose values glide moves them on and rewrites the coefficients here.  Returns
+    // for how many of those frames the coefficients hold (all of them while nothing moves).
+    virtual size_t advance(size_t frames) { return frames; }
 };
 
 class FilterWrapper : public vrn::Filter {
@@ -66,6 +70,9 @@ public:
     const std::shared_ptr<vrn::Filter>& getFilter() const { return filter; }
 
 private:
+    // Runs the inner filter over a block in the stretches that the calculator asks for.
+    void processInStretches(const vrn::scalar* in, vrn::scalar* out, size_t framesPerBuffer, size_t first);
+
     WrappedProperties wrappedProperties;
     std::shared_ptr<WrappedFilterPropertyCalculator> calculator;
     std::shared_ptr<vrn::Filter> filter;

@@ -10,6 +10,8 @@ namespace {
 
 const std::string kA("A");
 const std::string kB("B");
+// A gliding wiper or gain moves on this often, in samples at the network's rate.
+constexpr size_t kGlideStride = 32;
 
 // A private lookup filter over a grid table: resistances become conductances in siemens.
 std::unique_ptr<vrn::LookupTableFilter> makeConductanceTable(const char* name, const char* vinMin,
@@ -95,30 +97,60 @@ void VolCtrlPropertiesHandler::setWiper(double value) {
 
 void VolCtrlPropertiesHandler::propertiesChanged(const vrn::Properties& properties) {
     auto w = properties.find("Wiper");
-    if (w != properties.end()) setWiper(vrn::parseDouble(w->second));
+    if (w != properties.end()) {
+        wiperGlide.jump(vrn::parseDouble(w->second));
+        setWiper(wiperGlide.value());
+    }
     auto g = properties.find("Gain");
-    if (g != properties.end()) gain = vrn::toScalar(g->second);
+    if (g != properties.end()) {
+        gain = vrn::toScalar(g->second);
+        gainGlide.jump(gain);
+    }
     dirty = true;
 }
 
 void VolCtrlPropertiesHandler::propertyChanged(const std::string& name, scalar value) {
-    if (name == "Wiper")
-        setWiper(value);
-    else if (name == "Gain")
-        gain = value;
-    else
+    if (name == "Wiper") {
+        wiperGlide.setTarget(value);
+        setWiper(wiperGlide.value());
+    } else if (name == "Gain") {
+        gainGlide.setTarget(value);
+        gain = static_cast<scalar>(gainGlide.value());
+    } else {
         throw vrn::VRNException("VolCtrlPropertiesHandler: Unknown property " + name);
+    }
     dirty = true;
 }
 
-void VolCtrlPropertiesHandler::setSamplingRate(scalar rate) {
+void VolCtrlPropertiesHandler::setSamplingRate(scalar newRate) {
     dirty = true;
-    T = 2.0 * static_cast<double>(rate);
+    rate = newRate;
+    T = 2.0 * static_cast<double>(newRate);
     K1 = T * C1;
     K2 = T * C2;
+    wiperGlide.setRate(rate);
+    gainGlide.setRate(rate);
+    setWiper(wiperGlide.value());
+    gain = static_cast<scalar>(gainGlide.value());
+}
+
+void VolCtrlPropertiesHandler::setGlideTime(double seconds) {
+    wiperGlide.setTime(seconds, rate);
+    gainGlide.setTime(seconds, rate);
 }
 
 void VolCtrlPropertiesHandler::update(scalar, scalar lastOut) {
+    wiperGlide.start();
+    gainGlide.start();
+    if (strideLeft > 0) {
+        --strideLeft;
+    } else if (wiperGlide.moving() || gainGlide.moving()) {
+        // The stretch runs with the values it ends at; the cached terms follow the wiper.
+        setWiper(wiperGlide.advance(kGlideStride));
+        gain = static_cast<scalar>(gainGlide.advance(kGlideStride));
+        dirty = true;
+        strideLeft = kGlideStride - 1;
+    }
     history[2] = history[1];
     history[1] = history[0];
     history[0] = lastOut;

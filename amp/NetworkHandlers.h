@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "engine/Element.h"
+#include "engine/Glide.h"
 #include "filters/LookupTableFilter.h"
 
 // The interstage network with the grid conductance y across Rb:
@@ -59,12 +60,16 @@ public:
     VolCtrlPropertiesHandler(vrn::Filter* filter, const std::vector<vrn::scalar>& ygOhms);
 
     void propertiesChanged(const vrn::Properties& properties) override;
-    // "Wiper" or "Gain"; anything else is a VRNException.
+    // "Wiper" or "Gain"; anything else is a VRNException.  With a glide time, a new value is
+    // reached over that time once audio has passed.
     void propertyChanged(const std::string& name, vrn::scalar value) override;
     void setSamplingRate(vrn::scalar rate) override;
     bool isPerSample() override { return true; }
-    // Audio thread, no allocation.
+    // Audio thread, no allocation.  While the wiper or the gain glides, the coefficients are
+    // rewritten every few dozen samples as well.
     void update(vrn::scalar in, vrn::scalar lastOut) override;
+    // Load time: 0 (the default) takes a new value at once.
+    void setGlideTime(double seconds);
 
     // What update does once the load has moved: new coefficients for the grid conductance y (S).
     void setConductance(double conductance);
@@ -97,4 +102,9 @@ private:
     bool dirty = true;
     std::shared_ptr<std::vector<vrn::scalar>> B;
     std::shared_ptr<std::vector<vrn::scalar>> A;
+    vrn::Glide wiperGlide{1.0};
+    vrn::Glide gainGlide{0.61};
+    double rate = 0;
+    // Samples until the gliding values move on again.
+    size_t strideLeft = 0;
 };

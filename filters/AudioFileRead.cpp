@@ -163,6 +163,21 @@ bool AudioFileRead::getWavInfo() {
     return true;
 }
 
+uint32_t AudioFileRead::getBufferFrames() const {
+    size_t width = 0;
+    switch (dataType) {
+        case STK_SINT8: width = 1; break;
+        case STK_SINT16: width = 2; break;
+        case STK_SINT24: width = 3; break;
+        case STK_SINT32: case STK_FLOAT32: width = 4; break;
+        case STK_FLOAT64: width = 8; break;
+        default: return fileSize;
+    }
+    const uint64_t offset = static_cast<uint64_t>(std::max<int64_t>(dataOffset, 0));
+    const uint64_t present = data && data->size() > offset ? (data->size() - offset) / (width * channels) : 0;
+    return static_cast<uint32_t>(std::min<uint64_t>(fileSize, present + 1));
+}
+
 void AudioFileRead::read(StkFrames& frames) {
     if (frames.frames() == 0) throw VRNException("AudioFileRead::read: StkFrames buffer size is zero ... no data read!");
     if (frames.channels() != channels)

@@ -85,6 +85,10 @@ public:
 
     bool isWavFile() const { return wavFile; }
     uint32_t getFileSize() const { return fileSize; }
+    // The frames a caller's buffer for read needs: fileSize, but no more than the data present
+    // and one frame beyond it.  A header may promise gigabytes that the file does not hold; such
+    // a file still fails in read with the reader's own message, without the memory first.
+    uint32_t getBufferFrames() const;
     uint32_t getChannels() const { return channels; }
     int32_t getDataType() const { return dataType; }
     scalar getFileRate() const { return fileRate; }

@@ -118,7 +118,7 @@ void WaveConvolver::load() {
                 reader.openFile();
             else
                 reader.openResource();
-            stk::StkFrames frames(reader.getFileSize(), reader.getChannels());
+            stk::StkFrames frames(reader.getBufferFrames(), reader.getChannels());
             reader.read(frames);
             // The first channel is the response; the others are dropped.
             ir.resize(frames.frames());

@@ -82,7 +82,8 @@ intptr_t AudioEffectX::dispatcher(int32_t opcode, int32_t index, intptr_t value,
             VstKeyCode key;
             key.character = index;
             key.virt = static_cast<uint8_t>(value);
-            key.modifier = static_cast<uint8_t>(opt);
+            // The modifiers travel as a float: anything but 0..255 (NaN included) means none.
+            key.modifier = opt >= 0.0f && opt <= 255.0f ? static_cast<uint8_t>(opt) : 0;
             return (opcode == effEditKeyDown ? editor->onKeyDown(key) : editor->onKeyUp(key)) ? 1 : 0;
         }
         case effSetEditKnobMode:

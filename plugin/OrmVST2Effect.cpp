@@ -14,6 +14,7 @@
 #include "engine/Graph.h"
 #include "filters/BiQuad.h"
 #include "filters/FirstOrderIIR.h"
+#include "filters/Gain.h"
 #include "filters/LookupTableFilter.h"
 #include "filters/WaveConvolver.h"
 #include "plugin/DenormalGuard.h"
@@ -33,6 +34,7 @@ OrmVST2Effect::OrmVST2Effect(audioMasterCallback master, std::shared_ptr<vrn::Dr
     controls = driver->getControls();
 
     wireNetworks();
+    glideContinuousControls();
     loadTubeCurves();
     loadImpulseResponses();
 
@@ -61,17 +63,35 @@ T& OrmVST2Effect::element(const std::string& graph, const std::string& name) {
     return *typed;
 }
 
+namespace {
+// How long a knob's new value takes to arrive (see glideContinuousControls).
+constexpr double kGlideSeconds = 0.02;
+
+std::shared_ptr<VolumeControl> glidingVolumeControl() {
+    auto network = std::make_shared<VolumeControl>();
+    network->setGlideTime(kGlideSeconds);
+    return network;
+}
+
+std::shared_ptr<VolCtrlPropertiesHandler> glidingVolCtrlHandler(vrn::Filter* filter) {
+    auto handler = std::make_shared<VolCtrlPropertiesHandler>(filter, *ampdata::gridTableYg());
+    handler->setGlideTime(kGlideSeconds);
+    return handler;
+}
+}  // namespace
+
 void OrmVST2Effect::wireNetworks() {
     // Volume networks first, then the interstage networks; one object per element, none shared.
-    element<FilterWrapper>("V2-out-Rg-lowCPU", "VC").setCalculator(std::make_shared<VolumeControl>());
+    // The volume networks' wiper and feedback gain glide (see glideContinuousControls).
+    element<FilterWrapper>("V2-out-Rg-lowCPU", "VC").setCalculator(glidingVolumeControl());
     {
         vrn::BiQuad& filter = element<vrn::BiQuad>("V2-out-Rg", "VC");
-        filter.setPropertiesHandler(std::make_shared<VolCtrlPropertiesHandler>(&filter, *ampdata::gridTableYg()));
+        filter.setPropertiesHandler(glidingVolCtrlHandler(&filter));
     }
-    element<FilterWrapper>("V2-out-Rg-lowCPU_S", "VC").setCalculator(std::make_shared<VolumeControl>());
+    element<FilterWrapper>("V2-out-Rg-lowCPU_S", "VC").setCalculator(glidingVolumeControl());
     {
         vrn::BiQuad& filter = element<vrn::BiQuad>("V2-out-Rg_S", "VC");
-        filter.setPropertiesHandler(std::make_shared<VolCtrlPropertiesHandler>(&filter, *ampdata::gridTableYg()));
+        filter.setPropertiesHandler(glidingVolCtrlHandler(&filter));
     }
     {
         vrn::FirstOrderIIR& filter = element<vrn::FirstOrderIIR>("V2-out-Rg", "V2V3");
@@ -83,6 +103,20 @@ void OrmVST2Effect::wireNetworks() {
         filter.setPropertiesHandler(std::make_shared<V2V3PropertiesHandler>(&filter));
     }
     element<FilterWrapper>("V2-out-Rg-lowCPU_S", "V2V3").setCalculator(std::make_shared<V2V3Coupling>());
+}
+
+void OrmVST2Effect::glideContinuousControls() {
+    // The host and the editor deliver a control at a block boundary, and a gain or a network
+    // coefficient that jumped there would put a step into the wave: a click for a knob turned by
+    // hand, zipper noise under automation.  So the elements behind the four knobs (Input, Volume,
+    // Feedback, Output) move to a new value over 20 ms instead, the gains sample by sample and the
+    // volume networks in stretches of a few dozen samples.  The switches stay immediate: their
+    // positions have no in-between.
+    for (const char* graph : {"G1", "G1_S"}) element<vrn::Gain>(graph, "InputGain").setGlideTime(kGlideSeconds);
+    for (const char* graph : {"V2-out-Rg-lowCPU", "V2-out-Rg-lowCPU_S"})
+        element<vrn::Gain>(graph, "GlobalFB").setGlideTime(kGlideSeconds);
+    for (const char* graph : {"out DC block", "out DC block_S"})
+        element<vrn::Gain>(graph, "Gain").setGlideTime(kGlideSeconds);
 }
 
 void OrmVST2Effect::loadTubeCurves() {
@@ -167,13 +201,83 @@ void OrmVST2Effect::suspend() { driver->setSuspended(true); }
 
 void OrmVST2Effect::resume() {
     driver->setSuspended(false);
+    if (!settled) settle();
     stateChanged.exchange(1);
 }
 
 void OrmVST2Effect::setSampleRate(float rate) {
+    // A rate no host plays at (not a number, zero, negative, beyond 768 kHz) is ignored: the
+    // networks, the resamplers and the cabinet's response cannot be designed for it, and the
+    // instance keeps the rate it had.
+    if (!(rate >= kLowestRate && rate <= kHighestRate)) return;
     // The adaptor's own rate stays at its default: only the Driver needs to know.
+    if (rate != driver->getSamplingRate()) settled = false;
     driver->setSamplingRate(rate);
     stateChanged.exchange(1);
+}
+
+void OrmVST2Effect::settle() {
+    // From a zero state the tube stages drift to their operating points over the first few
+    // hundred milliseconds, and the output block lets the move through as a thump.  A new
+    // instance, or one with a new rate, therefore runs the chain on silence here, before the
+    // host's first block, until it has been still for a while: from then on silence in gives
+    // silence out.  The slowest part is the output's DC block, about half a second of audio.
+    // The controls' first values reach the elements on the first of these blocks.
+    const int block = driver->getMaxBlockSize();
+    if (block <= 0) return;  // no block size yet: the first resume after one settles
+    const size_t frames = static_cast<size_t>(block);
+    const double rate = driver->getSamplingRate();
+    const size_t stillFor = static_cast<size_t>(rate * 0.05);
+    const size_t atMost = static_cast<size_t>(rate * 4.0);
+    std::vector<scalar> silence(frames, 0.0f);
+    std::vector<scalar*> channels{silence.data(), silence.data()};
+    // Still means: the outputs, and the DC blocks in front of the output gain (which may be 0),
+    // under -140 dBFS of full output.
+    vrn::Filter* dcBlocks[] = {&element<vrn::Filter>("out DC block", "DC block"),
+                               &element<vrn::Filter>("out DC block_S", "DC block")};
+    const float outputStill = kStill, dcStill = kStill / 0.002f;
+    size_t still = 0;
+    try {
+        // An empty block delivers the controls.  Then every chain and both branches settle, so
+        // that Stereo or CPU switched on later starts quiet as well: the graphs that the switches
+        // turn off or bypass run meanwhile, all from the same start, so that equal chains stay
+        // equal to the bit.  The cabinets are linear and fed silence once the rest is settled:
+        // they stand aside, which saves a third of the work.
+        driver->process(channels, 0);
+        for (auto& control : *controls)
+            for (auto& property : *control->getProperties())
+                if (!property->element && property->graph) property->graph->setProperty(property->name, 0.0f);
+        for (const char* cabinet : {"WaveConvolver", "WaveConvolver_S"}) driver->getGraph(cabinet)->setProperty("Bypass", 1.0f);
+        for (size_t done = 0; done < atMost && still < stillFor; done += frames) {
+            driver->process(channels, frames);
+            float loudest = 0.0f;
+            for (scalar* output : driver->getOutputs())
+                for (size_t i = 0; output && i < frames; ++i) loudest = std::max(loudest, std::fabs(output[i]));
+            float dcLoudest = 0.0f;
+            for (vrn::Filter* dc : dcBlocks) {
+                const scalar* x = dc->getOutputs()[0];
+                for (size_t i = 0; x && i < frames; ++i) dcLoudest = std::max(dcLoudest, std::fabs(x[i]));
+            }
+            still = loudest < outputStill && dcLoudest < dcStill ? still + frames : 0;
+        }
+    } catch (...) {
+        // The first real block meets the same failure and deals with it.
+        return;
+    }
+    // The switches' graphs go back to where the controls have them, delivered by one more empty
+    // block, so that the host's first block finds nothing to redo.
+    for (auto& control : *controls)
+        for (auto& property : *control->getProperties())
+            if (!property->element && property->graph) {
+                control->setValue(control->getValue());
+                break;
+            }
+    try {
+        driver->process(channels, 0);
+    } catch (...) {
+        return;
+    }
+    settled = true;
 }
 
 void OrmVST2Effect::setBlockSize(int32_t size) { driver->setMaxBlockSize(size); }

@@ -18,6 +18,9 @@ public:
     static constexpr int32_t kUniqueId = 0x71377674;  // q7vt
     static constexpr int32_t kVendorVersion = 1100;
     static constexpr const char* kVendor = "Tarnvale";
+    // The sampling rates an instance takes from a host; others are ignored.
+    static constexpr float kLowestRate = 1000.0f;
+    static constexpr float kHighestRate = 768000.0f;
 
     // Load time, on the host's thread: wires the system's elements and the controls' value functions.
     OrmVST2Effect(audioMasterCallback audioMaster, std::shared_ptr<vrn::Driver> driver);
@@ -57,11 +60,15 @@ private:
     T& element(const std::string& graph, const std::string& name);
     // Calculators behind the low-CPU wrappers and per-sample handlers on the high-CPU filters.
     void wireNetworks();
+    // The gains behind the four knobs move to a new value over 20 ms instead of jumping.
+    void glideContinuousControls();
     // The ten tube tables, each element with its own copy of its curve.
     void loadTubeCurves();
     // The cabinet response "u87", held in memory by both convolvers.
     void loadImpulseResponses();
     void attachValueFunctions();
+    // Resume: brings a new instance, or one with a new rate, to its quiet operating point.
+    void settle();
 
     std::atomic<uint8_t> stateChanged{1};
     std::atomic<uint8_t> monoArrangement{0};
@@ -69,6 +76,10 @@ private:
     std::shared_ptr<vrn::Driver> driver;
     std::shared_ptr<vrn::ControlList> controls;
     std::shared_ptr<std::vector<vrn::scalar*>> inputs;
+    // Whether the chain stands at its operating point for the current rate.
+    bool settled = false;
+    // The output level under which the settling chain counts as still: -140 dBFS.
+    static constexpr float kStill = 1e-7f;
 };
 
 // The module's one piece of state shared among instances; nothing assigns the handle yet.

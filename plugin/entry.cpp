@@ -55,8 +55,9 @@ __attribute__((visibility("default"))) AEffect* VSTPluginMain(audioMasterCallbac
 }
 
 // Older hosts look for the entry under the name "main": the same function under a second name.
-// On Windows the module definition file (orm.def) exports it under both names.
-#ifndef _WIN32
+// On Windows the module definition file (orm.def) exports it under both names; a program that
+// links the plug-in in, such as the dispatcher's fuzz target, has a main of its own.
+#if !defined(_WIN32) && !defined(ORM_NO_MAIN_ALIAS)
 AEffect* ormMainAlias(audioMasterCallback audioMaster) __asm__("main")
     __attribute__((alias("VSTPluginMain"), visibility("default")));
 #endif

@@ -9,6 +9,7 @@ PACKAGES=(
   libboost-dev libpugixml-dev libeigen3-dev
   libfftw3-dev libsoxr-dev libsndfile1-dev
   ngspice
+  clang-14 libfuzzer-14-dev
   libcairo2-dev libfreetype-dev libpng-dev libx11-dev libxtst-dev xvfb fonts-dejavu-core fonts-dejavu-extra
   libjack-jackd2-dev jackd2
   lv2-dev lilv-utils sordi jalv ardour

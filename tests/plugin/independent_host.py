@@ -70,7 +70,8 @@ def main(path):
             right[i] = 0.25
         PROCESS(process_replacing)(effect, inputs, outputs, frames)
         for i in range(frames):
-            assert math.isfinite(out0[i]) and abs(out0[i]) < 1.0, (b, i, out0[i])
+            # A hot input at full Output reaches about 0 dBFS once the tubes stand at their operating point.
+            assert math.isfinite(out0[i]) and abs(out0[i]) < 2.0, (b, i, out0[i])
             assert out1[i] == out0[i]  # Stereo off: output 0 on both sides
             energy += out0[i] * out0[i]
     assert energy > 1e-4, energy
