@@ -45,7 +45,7 @@ void WaveConvolver::init(const std::string& filterName, const Properties& filter
                          std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
     properties = filterProperties;
-    context = filterContext;
+    context = filterContext.get();
 
     auto names = properties.find("ImpulseResponses");
     if (names == properties.end())
@@ -75,7 +75,7 @@ void WaveConvolver::init(const std::string& filterName, const Properties& filter
         if (it == properties.end()) throw VRNException("WaveConvolver: Missing DllResourceType property.");
         dllResourceType = it->second;
     }
-    convolver->init(name, properties, context);
+    convolver->init(name, properties, filterContext);
 }
 
 const std::string& WaveConvolver::selectedName() const {
