@@ -193,9 +193,10 @@ void OrmVST2Effect::setSampleRate(float rate) {
 
 void OrmVST2Effect::setBlockSize(int32_t size) {
     if (size <= 0) return;
-    scratch.assign(2 * static_cast<size_t>(size), 0.0f);
-    scratchFrames = static_cast<size_t>(size);
-    driver->setMaxBlockSize(size);
+    const int32_t piece = std::min(size, kLargestPiece);
+    scratch.assign(2 * static_cast<size_t>(piece), 0.0f);
+    scratchFrames = static_cast<size_t>(piece);
+    driver->setMaxBlockSize(piece);
 }
 
 namespace {

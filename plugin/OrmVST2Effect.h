@@ -22,6 +22,9 @@ public:
     // that a host or a test can see what the instance went through.
     static constexpr intptr_t kFailedBlocksQuery = vstFourCC('f', 'a', 'i', 'l');
     static constexpr intptr_t kRecoveriesQuery = vstFourCC('r', 'c', 'v', 'r');
+    // The largest piece the engine is sized for: a larger announced block size runs in pieces
+    // of this, so that memory stays bounded whatever a host announces.
+    static constexpr int32_t kLargestPiece = 8192;
 
     // Load time, on the host's thread: wires the system's elements and the controls' value functions.
     OrmVST2Effect(audioMasterCallback audioMaster, std::shared_ptr<vrn::Driver> driver);

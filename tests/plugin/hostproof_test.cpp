@@ -9,6 +9,7 @@
 #include <xmmintrin.h>
 
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -149,6 +150,14 @@ TEST(PluginHostProof, NonsenseFromTheHostChangesNothing) {
     plugin.dispatch(effMainsChanged, 0, 0);
     EXPECT_EQ(plugin.dispatch(effSetBlockSize, 0, 0), 0);
     EXPECT_EQ(plugin.dispatch(effSetBlockSize, 0, -5), 0);
+    // The largest size a host could announce sizes nothing beyond reason.  Buffers only grow:
+    // the twin gets the same sizes, so that its transforms have the same length.
+    for (Instance* p : {&plugin, &twin}) {
+        p->dispatch(effMainsChanged, 0, 0);
+        p->dispatch(effSetBlockSize, 0, INT32_MAX);
+        p->dispatch(effSetBlockSize, 0, static_cast<intptr_t>(n));
+        p->dispatch(effMainsChanged, 0, 1);
+    }
     for (float rate : {0.0f, -44100.0f, std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()})
         plugin.dispatch(effSetSampleRate, 0, 0, nullptr, rate);
     plugin.dispatch(effMainsChanged, 0, 1);
