@@ -23,14 +23,14 @@ void FilterWrapper::propertyChanged(const std::string& propertyName, scalar valu
 
 void FilterWrapper::init(const std::string& filterName, std::shared_ptr<vrn::DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     if (filter) filter->init(filterName, filterContext);
 }
 
 void FilterWrapper::init(const std::string& filterName, const vrn::Properties& filterProperties,
                          std::shared_ptr<vrn::DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     auto names = properties.find("PropertyNames");
     if (names != properties.end()) {
@@ -113,5 +113,8 @@ void FilterWrapper::setCalculator(const std::shared_ptr<WrappedFilterPropertyCal
     // The values parsed (or set by a control) before the wiring reach the network now, before
     // the inner filter has a name: the recursive filters take coefficients in any state.
     if (!wrappedProperties.empty()) calculator->propertiesChanged(wrappedProperties);
-    filter->init(name, context);
+    // The inner filter only points at the context, as the wrapper does: a reference that owns
+    // nothing.
+    std::shared_ptr<vrn::DSPContext> unowned(std::shared_ptr<vrn::DSPContext>(), context);
+    filter->init(name, unowned);
 }

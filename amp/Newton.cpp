@@ -21,7 +21,7 @@ void Newton::propertyChanged(const std::string& propertyName, scalar value) {
 void Newton::init(const std::string& filterName, const vrn::Properties& filterProperties,
                   std::shared_ptr<vrn::DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     vrn::getProperty(properties, "RelativeError", relativeError, vrn::toScalar,
                      VRNException("Newton: " + name + " missing RelativeError"));

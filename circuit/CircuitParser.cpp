@@ -37,7 +37,7 @@ std::shared_ptr<Graph> CircuitParser::parse(const pugi::xml_node& graphNode, con
     auto circuit = std::make_shared<Circuit>();
     auto context = std::make_shared<MNAContext>();
     circuit->setContext(context);
-    context->setGraph(circuit);
+    context->setGraph(circuit.get());
     circuit->setType(1);
     circuit->setName(graphName);
     try {

@@ -20,15 +20,17 @@ public:
     virtual void setSamplingRate(scalar rate) { samplingRate = rate; }
     virtual Element* getElement(std::string name) = 0;
     virtual void addElement(Element* element) = 0;
-    virtual const std::shared_ptr<Driver>& getDriver() { return driver; }
-    virtual void setDriver(const std::shared_ptr<Driver>& newDriver) { driver = newDriver; }
-    virtual const std::shared_ptr<Graph>& getGraph() { return graph; }
-    virtual void setGraph(const std::shared_ptr<Graph>& newGraph) { graph = newGraph; }
+    // The Driver and the graph own the context, not the other way round: plain pointers, so that
+    // releasing a system frees it.
+    virtual Driver* getDriver() { return driver; }
+    virtual void setDriver(Driver* newDriver) { driver = newDriver; }
+    virtual Graph* getGraph() { return graph; }
+    virtual void setGraph(Graph* newGraph) { graph = newGraph; }
 
 protected:
     scalar samplingRate = -1.0f;
-    std::shared_ptr<Driver> driver;
-    std::shared_ptr<Graph> graph;
+    Driver* driver = nullptr;
+    Graph* graph = nullptr;
 };
 
 // The context of a DSPGraph.  Owns its filters; their order is the graph's filter index.

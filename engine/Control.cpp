@@ -36,7 +36,7 @@ void Control::setProperties(const std::shared_ptr<PropertyList>& list) {
     properties = list;
     scalarFunctions.assign(list->size(), [](float v) { return v; });
     vectorFunctions.assign(list->size(), [](float) { return std::make_shared<std::vector<scalar>>(); });
-    for (auto& property : *properties) property->scalarValue = value;
+    for (auto& property : *properties) property->scalarValue = getValue();
     dirty.exchange(1);
 }
 
@@ -47,7 +47,7 @@ void Control::setPropertyFunction(const std::shared_ptr<Property>& property, std
         if ((*properties)[i]->index != property->index) continue;
         try {
             // Evaluated before it is stored, so an empty function cannot take the control's place.
-            float mapped = function(value);
+            float mapped = function(getValue());
             scalarFunctions[i] = function;
             (*properties)[i]->scalarValue = mapped;
         } catch (...) {
@@ -63,7 +63,7 @@ void Control::setPropertyFunction(const std::shared_ptr<Property>& property, std
 void Control::setValue(float newValue) {
     acquire();
     try {
-        value = newValue;
+        value.store(newValue, std::memory_order_release);
         for (size_t i = 0; properties && i < properties->size(); ++i) {
             Property& property = *(*properties)[i];
             if (property.type == Scalar)

@@ -45,7 +45,8 @@ public:
     // Any thread but the audio thread: maps the value into every property and marks the control dirty.
     void setValue(float value);
 
-    float getValue() const { return value; }
+    // Any thread: the value last set, read without waiting for a writer.
+    float getValue() const { return value.load(std::memory_order_acquire); }
     const std::string& getName() const { return name; }
     const std::string& getDisplayName() const { return displayName; }
     const std::string& getControlType() const { return controlType; }
@@ -80,7 +81,7 @@ private:
     int index = -1;
     std::string name;
     std::string displayName;
-    float value = 0.0f;
+    std::atomic<float> value{0.0f};
     std::atomic<uint8_t> dirty{0};
     std::atomic<uint32_t> lock{0};
     std::shared_ptr<PropertyList> properties;

@@ -27,7 +27,7 @@ std::shared_ptr<Graph> DSPGraphParser::parse(const pugi::xml_node& graphNode, co
     auto graph = std::make_shared<DSPGraph>();
     auto context = std::make_shared<DSPContext>();
     graph->setContext(context);
-    context->setGraph(graph);
+    context->setGraph(graph.get());
     graph->setType(0);
     graph->setName(graphName);
 

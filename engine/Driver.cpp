@@ -4,6 +4,7 @@
 #include <iterator>
 #include <list>
 #include <sstream>
+#include <thread>
 #include <unordered_set>
 
 #include <boost/graph/adjacency_list.hpp>
@@ -12,9 +13,7 @@
 namespace vrn {
 
 std::shared_ptr<Driver> Driver::create() {
-    std::shared_ptr<Driver> driver(new Driver());
-    driver->self = driver;
-    return driver;
+    return std::shared_ptr<Driver>(new Driver());
 }
 
 Driver::Driver()
@@ -35,7 +34,7 @@ void Driver::init(std::istream& description) {
     parser.parse(description);
 
     graphs = parser.getGraphs();
-    for (auto& graph : *graphs) graph->getContext()->setDriver(self);
+    for (auto& graph : *graphs) graph->getContext()->setDriver(this);
     for (auto& graph : *graphs) graphsByName[graph->getName()] = graph;
     inputGraphs = parser.getInputGraphs();
     inputNodes = parser.getInputNodes();
@@ -169,7 +168,10 @@ std::shared_ptr<Graph>& Driver::getGraph(std::string name) {
 void Driver::setSuspended(bool value) {
     // Take the processing flag ourselves, so that no block is running or can start meanwhile.
     uint8_t idle = 0;
-    while (!processing.compare_exchange_weak(idle, 1)) idle = 0;
+    while (!processing.compare_exchange_weak(idle, 1)) {
+        idle = 0;
+        std::this_thread::yield();
+    }
     suspended.exchange(value ? 1 : 0);
     processing.exchange(0);
 }
@@ -220,14 +222,20 @@ void Driver::refreshOutputPointers(std::vector<scalar*>& inputs) {
     }
 }
 
-void Driver::process(std::vector<scalar*>& inputs, size_t framesPerBuffer) {
+bool Driver::process(std::vector<scalar*>& inputs, size_t framesPerBuffer) {
     if (!initialized) throw VRNException("Cannot process. Driver is not initialized.");
     if (suspended.load()) throw VRNException("Driver: Cannot process. Driver is in the suspend state.");
     if (maxBlockSize < 0) throw VRNException("Driver: Cannot process. maxBlockSize is not set.");
     if (processing.exchange(1) == 1) {
         refreshOutputPointers(inputs);
-        return;
+        return false;
     }
+    // A failing block must not leave the flag set: the next block would only replay the old
+    // outputs, and setSuspended would wait for ever.
+    struct Leave {
+        std::atomic<uint8_t>& flag;
+        ~Leave() { flag.exchange(0); }
+    } leave{processing};
 
     applyControls();
 
@@ -252,7 +260,7 @@ void Driver::process(std::vector<scalar*>& inputs, size_t framesPerBuffer) {
     }
 
     refreshOutputPointers(inputs);
-    processing.exchange(0);
+    return true;
 }
 
 }  // namespace vrn

@@ -30,19 +30,21 @@ struct DriverMessage {
 
 class Driver {
 public:
-    // The Driver keeps a strong reference to itself, and so does every graph's context: it
-    // outlives every outside reference to it.
+    // The last outside reference to the Driver frees it with every graph, element and buffer of
+    // its system: contexts point back to it without owning it.
     static std::shared_ptr<Driver> create();
     virtual ~Driver();
     Driver(const Driver&) = delete;
     Driver& operator=(const Driver&) = delete;
 
-    // Audio thread, no allocation in steady state.
-    virtual void process(std::vector<scalar*>& inputs, size_t framesPerBuffer);
+    // Audio thread, no allocation in steady state.  False when another call was inside and this
+    // one only refreshed the output pointers.  A failure is an exception that leaves the Driver
+    // out of the processing state, so that the next block and setSuspended find it free.
+    virtual bool process(std::vector<scalar*>& inputs, size_t framesPerBuffer);
     // One pointer per system output, valid until the next block.
     virtual std::vector<scalar*>& getOutputs() { return *outputPointers; }
     virtual std::shared_ptr<Graph>& getGraph(std::string name);
-    // Any thread: waits (spinning) until a running block has ended.
+    // Any thread: waits (yielding) until a running block has ended.
     virtual void setSuspended(bool value);
     virtual bool isSuspended() const { return suspended.load() != 0; }
     virtual bool isProcessing() const { return processing.load() != 0; }
@@ -77,7 +79,6 @@ private:
     void refreshOutputPointers(std::vector<scalar*>& inputs);
     size_t roundedSize(size_t frames, size_t graph) const;
 
-    std::shared_ptr<Driver> self;
     std::shared_ptr<ComponentFactory> componentFactory;
     std::shared_ptr<DSPElementFactory> dspElementFactory;
     std::unordered_map<std::string, std::shared_ptr<Graph>> graphsByName;

@@ -36,7 +36,7 @@ void Filter::propertyChanged(const std::string& propertyName, scalar value) {
 
 void Filter::init(const std::string& filterName, std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
 }
 
 void Filter::setSamplingRate(scalar rate) {

@@ -100,7 +100,8 @@ public:
     virtual void setPropertiesHandler(const std::shared_ptr<PropertiesHandler>& handler);
 
 protected:
-    std::shared_ptr<DSPContext> context;
+    // The context owns its filters: a plain pointer, so that the two do not keep each other.
+    DSPContext* context = nullptr;
     int maxBlockSize = 0;
     std::shared_ptr<PropertiesHandler> handler;
     Properties properties;

@@ -19,7 +19,7 @@ void Convolver::init(const std::string& filterName, const Properties& filterProp
                      std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
     properties = filterProperties;
-    context = filterContext;
+    context = filterContext.get();
     int size = 0;
     getProperty(properties, "MaxIRSize", size, toInt, VRNException("MaxIRSize is not defined. Convolver name=" + name));
     if (size < 1)

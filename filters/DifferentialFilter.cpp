@@ -26,7 +26,7 @@ std::shared_ptr<ElementMeta> DifferentialFilter::getMeta() { return kMeta; }
 void DifferentialFilter::init(const std::string& filterName, const Properties& filterProperties,
                               std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     getProperty(properties, "Gain", gain, toScalar, VRNException("Gain is not defined. DifferentialFilter name=" + name));
     auto node = properties.find("ConstantValueNode");

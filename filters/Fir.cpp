@@ -85,7 +85,7 @@ void Fir::init(const std::string& filterName, std::shared_ptr<DSPContext>& filte
 void Fir::init(const std::string& filterName, const Properties& filterProperties,
                std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     packedCoefficients.reserve(2 * 64);
     packedCoefficients.assign(std::max<size_t>(numberOfGroups, 1), Group{{0.0f, 0.0f, 0.0f, 0.0f}});

@@ -169,7 +169,6 @@ private:
     void designAndApply();
 
     KaiserResamplerSettings settings;
-    std::shared_ptr<DSPContext> upsamplerContext;
 };
 
 }  // namespace vrn

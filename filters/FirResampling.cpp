@@ -155,7 +155,6 @@ void ResamplingDecimator::setSamplingRate(scalar rate) {
 
 void ResamplingUpsampler::init(const std::string& filterName, const Properties& filterProperties,
                                std::shared_ptr<DSPContext>& filterContext) {
-    upsamplerContext = filterContext;
     name = filterName;
     const int readFactor = settings.read("ResamplingUpsampler", filterProperties);
     roundOrder(settings, filterProperties, readFactor);

@@ -35,7 +35,7 @@ template <int N>
 void FixedOrderIIR<N>::init(const std::string& filterName, const Properties& filterProperties,
                             std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     scalar newA[N];
     scalar newB[N + 1];

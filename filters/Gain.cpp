@@ -22,7 +22,7 @@ void Gain::init(const std::string& filterName, std::shared_ptr<DSPContext>& filt
 void Gain::init(const std::string& filterName, const Properties& filterProperties,
                 std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     getProperty(properties, "Gain", gain, toScalar, InvalidArgumentException("Gain is not defined. Gain name=" + name));
     glide.jump(gain);

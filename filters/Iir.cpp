@@ -40,7 +40,7 @@ void Iir::readList(const char* key, size_t expected, std::vector<scalar>& values
 void Iir::init(const std::string& filterName, const Properties& filterProperties,
                std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     auto orderText = properties.find("Order");
     if (orderText == properties.end())

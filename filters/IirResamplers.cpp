@@ -34,7 +34,7 @@ void IirResampler::init(const std::string&, std::shared_ptr<DSPContext>&) {
 void IirResampler::init(const std::string& filterName, const Properties& filterProperties,
                         std::shared_ptr<DSPContext>& filterContext) {
     const std::string type_(typeName);
-    context = filterContext;
+    context = filterContext.get();
 
     getProperty(filterProperties, "CornerFrequency", cornerFrequency, toScalar,
                 VRNException(type_ + ": CornerFrequency is not defined"));
@@ -80,7 +80,7 @@ void IirResampler::init(const std::string& filterName, const Properties& filterP
             section->propertyChanged("A", std::make_shared<std::vector<scalar>>(static_cast<size_t>(order), 0.0f));
             section->propertyChanged("B", std::make_shared<std::vector<scalar>>(static_cast<size_t>(order) + 1, 0.0f));
         }
-        section->init(sectionName + toString(i), context);
+        section->init(sectionName + toString(i), filterContext);
         sections.push_back(section);
     }
     biquads.clear();
@@ -132,11 +132,17 @@ void IirResampler::design() {
 
 void IirResampler::propertyChanged(const std::string& propertyName, scalar value) {
     if (propertyName != "Factor") throw InvalidArgumentException("IirInterpolator: Unknown property " + propertyName);
-    factor = static_cast<int>(std::floor(value + 0.5f));
+    // A whole factor, and the graph's rate follows the factor the resampler really runs at: a
+    // fractional value would leave the chain's rates unpaired.
+    const scalar rounded = std::floor(value + 0.5f);
+    if (!(rounded >= 1.0f && rounded <= static_cast<scalar>(kLargestFactor)))
+        throw InvalidArgumentException(std::string(typeName) + ": Factor must be a whole number from 1 to " +
+                                       toString(kLargestFactor) + ". Factor=" + toString(static_cast<double>(value)));
+    factor = static_cast<int>(rounded);
     if (!context) return;
-    const std::shared_ptr<Graph>& graph = context->getGraph();
-    if (graph) graph->setMultiplier(interpolating ? static_cast<double>(value) : 1.0 / static_cast<double>(value));
-    const std::shared_ptr<Driver>& driver = context->getDriver();
+    Graph* graph = context->getGraph();
+    if (graph) graph->setMultiplier(interpolating ? static_cast<double>(factor) : 1.0 / static_cast<double>(factor));
+    Driver* driver = context->getDriver();
     if (driver) driver->invalidateMultipliers();
 }
 

@@ -18,8 +18,12 @@ public:
     void init(const std::string& name, std::shared_ptr<DSPContext>& context) override;
     // Load time: "CornerFrequency", "Type", "Order", "Factor", "Cascade"; builds the sections.
     void init(const std::string& name, const Properties& properties, std::shared_ptr<DSPContext>& context) override;
-    // "Factor", on the audio thread between blocks: sets the graph's multiplier and asks the
-    // Driver to recompute rates, which designs the sections anew at the next block (allocates).
+    // A factor beyond any use, where the buffers would no longer fit in memory.
+    static constexpr int kLargestFactor = 256;
+
+    // "Factor", on the audio thread between blocks: rounds to a whole factor, sets the graph's
+    // multiplier from it and asks the Driver to recompute rates, which designs the sections anew
+    // at the next block (allocates).  Outside 1..kLargestFactor: InvalidArgumentException.
     void propertyChanged(const std::string& name, scalar value) override;
     using Filter::propertyChanged;
 

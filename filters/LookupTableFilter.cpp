@@ -38,7 +38,7 @@ void LookupTableFilter::init(const std::string& filterName, std::shared_ptr<DSPC
 void LookupTableFilter::init(const std::string& filterName, const Properties& filterProperties,
                              std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     inputIndex = 0;
     sizePorts();

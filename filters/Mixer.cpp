@@ -9,7 +9,7 @@ namespace vrn {
 void Mixer::init(const std::string& filterName, const Properties& filterProperties,
                  std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     std::string text;
     getProperty(properties, "Faders", text, toText, InvalidArgumentException("Faders is not defined. Mixer name=" + name));

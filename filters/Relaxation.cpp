@@ -20,7 +20,7 @@ void Relaxation::init(const std::string& filterName, std::shared_ptr<DSPContext>
 void Relaxation::init(const std::string& filterName, const Properties& filterProperties,
                       std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     relaxationChanged = false;
     getProperty(properties, "Relaxation", relaxation, toScalar,

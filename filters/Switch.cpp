@@ -63,7 +63,7 @@ void Switch::init(const std::string&, std::shared_ptr<DSPContext>&) { sizePorts(
 void Switch::init(const std::string& filterName, const Properties& filterProperties,
                   std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
-    context = filterContext;
+    context = filterContext.get();
     properties = filterProperties;
     propertiesChanged(properties);
     sizePorts();

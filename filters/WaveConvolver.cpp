@@ -45,7 +45,7 @@ void WaveConvolver::init(const std::string& filterName, const Properties& filter
                          std::shared_ptr<DSPContext>& filterContext) {
     name = filterName;
     properties = filterProperties;
-    context = filterContext;
+    context = filterContext.get();
 
     auto names = properties.find("ImpulseResponses");
     if (names == properties.end())
@@ -82,7 +82,7 @@ void WaveConvolver::init(const std::string& filterName, const Properties& filter
             throw InvalidArgumentException("WaveConvolver: MaxIRRate must be greater than 0. WaveConvolver name=" + name +
                                            " MaxIRRate=" + it->second);
     }
-    convolver->init(name, properties, context);
+    convolver->init(name, properties, filterContext);
     maxIRSize = convolver->getMaxIRSize();
 }
 

@@ -4,12 +4,53 @@
 #include <cstdio>
 #include <cstring>
 
+#include "plugin/DenormalGuard.h"
+
 namespace {
 
 constexpr int32_t kNoEffectId = vstFourCC('N', 'o', 'E', 'f');
 constexpr int32_t kIdentifyAnswer = vstFourCC('N', 'v', 'E', 'f');
 
 AudioEffect* instanceOf(AEffect* e) { return static_cast<AudioEffect*>(e->object); }
+
+// Opcodes whose ptr is a record or text the plug-in must read or write: without one there is
+// nothing to answer.
+bool needsPointer(int32_t opcode) {
+    switch (opcode) {
+        case effSetProgramName:
+        case effGetProgramName:
+        case effGetParamLabel:
+        case effGetParamDisplay:
+        case effGetParamName:
+        case effEditGetRect:
+        case effGetChunk:
+        case effSetChunk:
+        case effProcessEvents:
+        case effString2Parameter:
+        case effGetProgramNameIndexed:
+        case effGetInputProperties:
+        case effGetOutputProperties:
+        case effOfflineNotify:
+        case effOfflinePrepare:
+        case effOfflineRun:
+        case effProcessVarIo:
+        case effGetEffectName:
+        case effGetErrorText:
+        case effGetVendorString:
+        case effGetProductString:
+        case effCanDo:
+        case effGetParameterProperties:
+        case effGetMidiProgramName:
+        case effGetMidiProgramCategory:
+        case effGetMidiKeyName:
+        case effShellGetNextPlugin:
+        case effBeginLoadBank:
+        case effBeginLoadProgram:
+            return true;
+        default:
+            return false;
+    }
+}
 
 // snprintf into a bounded host buffer; maxLength counts the characters without the terminator.
 void boundedText(char* text, int32_t maxLength, const char* format, double value) {
@@ -47,34 +88,75 @@ AudioEffect::AudioEffect(audioMasterCallback master, int32_t programs, int32_t p
 
 AudioEffect::~AudioEffect() { delete editor; }
 
+// The host's calls enter here.  A host has no C++ handler around them: every exception ends in
+// the thunk, which answers as for a call that did nothing, and the caller's MXCSR comes back.
+
 intptr_t AudioEffect::dispatchEffectClass(AEffect* e, int32_t opcode, int32_t index, intptr_t value, void* ptr,
                                           float opt) {
+    if (!e || !e->object) return 0;
+    DenormalGuard mode;
     AudioEffect* effect = instanceOf(e);
     if (opcode == effClose) {
-        effect->dispatcher(opcode, index, value, ptr, opt);
+        try {
+            effect->dispatcher(opcode, index, value, ptr, opt);
+        } catch (...) {
+        }
         delete effect;
         return 1;
     }
-    return effect->dispatcher(opcode, index, value, ptr, opt);
+    if (!ptr && needsPointer(opcode)) return 0;
+    try {
+        return effect->dispatcher(opcode, index, value, ptr, opt);
+    } catch (...) {
+        return 0;
+    }
 }
 
 void AudioEffect::processClass(AEffect* e, float** inputs, float** outputs, int32_t sampleFrames) {
-    instanceOf(e)->process(inputs, outputs, sampleFrames);
+    if (!e || !e->object) return;
+    DenormalGuard mode;
+    try {
+        instanceOf(e)->process(inputs, outputs, sampleFrames);
+    } catch (...) {
+    }
 }
 
 void AudioEffect::processClassReplacing(AEffect* e, float** inputs, float** outputs, int32_t sampleFrames) {
-    instanceOf(e)->processReplacing(inputs, outputs, sampleFrames);
+    if (!e || !e->object) return;
+    DenormalGuard mode;
+    try {
+        instanceOf(e)->processReplacing(inputs, outputs, sampleFrames);
+    } catch (...) {
+    }
 }
 
 void AudioEffect::processClassDoubleReplacing(AEffect* e, double** inputs, double** outputs, int32_t sampleFrames) {
-    instanceOf(e)->processDoubleReplacing(inputs, outputs, sampleFrames);
+    if (!e || !e->object) return;
+    DenormalGuard mode;
+    try {
+        instanceOf(e)->processDoubleReplacing(inputs, outputs, sampleFrames);
+    } catch (...) {
+    }
 }
 
 void AudioEffect::setParameterClass(AEffect* e, int32_t index, float value) {
-    instanceOf(e)->setParameter(index, value);
+    if (!e || !e->object) return;
+    DenormalGuard mode;
+    try {
+        instanceOf(e)->setParameter(index, value);
+    } catch (...) {
+    }
 }
 
-float AudioEffect::getParameterClass(AEffect* e, int32_t index) { return instanceOf(e)->getParameter(index); }
+float AudioEffect::getParameterClass(AEffect* e, int32_t index) {
+    if (!e || !e->object) return 0.0f;
+    DenormalGuard mode;
+    try {
+        return instanceOf(e)->getParameter(index);
+    } catch (...) {
+        return 0.0f;
+    }
+}
 
 intptr_t AudioEffect::dispatcher(int32_t opcode, int32_t index, intptr_t value, void* ptr, float opt) {
     switch (opcode) {

@@ -42,9 +42,10 @@ public:
     virtual bool getOutputProperties(int32_t, VstPinProperties*) { return false; }
 
     virtual bool setSpeakerArrangement(VstSpeakerArrangement*, VstSpeakerArrangement*) { return false; }
+    // Hosts may pass null for either place.
     virtual bool getSpeakerArrangement(VstSpeakerArrangement** input, VstSpeakerArrangement** output) {
-        *input = nullptr;
-        *output = nullptr;
+        if (input) *input = nullptr;
+        if (output) *output = nullptr;
         return false;
     }
     virtual void setBlockSizeAndSampleRate(int32_t size, float rate) {

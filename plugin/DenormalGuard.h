@@ -1,6 +1,9 @@
 #pragma once
-// Flush-to-zero and denormals-are-zero for the span of one host call: recursive filters decaying
-// into silence would otherwise crawl through denormal arithmetic.
+// The floating-point mode of one host call: every function the host calls runs in the plug-in's
+// own mode and gives the caller's MXCSR back on return, whatever way it returns.  Recursive
+// filters decaying into silence would otherwise crawl through denormal arithmetic, and a host
+// that unmasks an exception would otherwise see it trap inside the amplifier; the host's own
+// arithmetic on that thread must not change.
 
 #include <xmmintrin.h>
 
@@ -10,21 +13,15 @@ class DenormalGuard {
 public:
     static constexpr uint32_t kFlushToZero = 1u << 15;
     static constexpr uint32_t kDenormalsAreZero = 1u << 6;
+    // Round to nearest, every exception masked, no sticky flags: the processor's reset state.
+    static constexpr uint32_t kDefaultMode = 0x1f80u;
+    static constexpr uint32_t kMode = kDefaultMode | kFlushToZero | kDenormalsAreZero;
 
-    // Sets both bits on the calling thread for good.
-    static void setOnThisThread() { _mm_setcsr(_mm_getcsr() | kFlushToZero | kDenormalsAreZero); }
-
-    DenormalGuard() : saved(_mm_getcsr()) { _mm_setcsr(saved | kFlushToZero | kDenormalsAreZero); }
-    ~DenormalGuard() {
-        if (restore) _mm_setcsr(saved);
-    }
+    DenormalGuard() : saved(_mm_getcsr()) { _mm_setcsr(kMode); }
+    ~DenormalGuard() { _mm_setcsr(saved); }
     DenormalGuard(const DenormalGuard&) = delete;
     DenormalGuard& operator=(const DenormalGuard&) = delete;
 
-    // Leaves the bits set when the guard goes: the path on which an engine failure travels on.
-    void keepOnExit() { restore = false; }
-
 private:
     uint32_t saved;
-    bool restore = true;
 };

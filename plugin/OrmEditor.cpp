@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <thread>
 
 #include "engine/Exceptions.h"
 #include "plugin/DonateButton.h"
@@ -19,6 +20,8 @@ OrmEditor::OrmEditor(EditorHost* owner, const std::shared_ptr<ControlList>& cont
 }
 
 bool OrmEditor::open(void* parent) {
+    // A second open without a close replaces the window.
+    if (frame) close();
     AEffGUIEditor::open(parent);
     CBitmap* panel = new CBitmap("orm.png");
     CFrame* newFrame = new CFrame(CRect(0, 0, panel->getWidth(), panel->getHeight()), this);
@@ -71,6 +74,7 @@ bool OrmEditor::open(void* parent) {
     rect.right = int16_t(panel->getWidth());
     rect.bottom = int16_t(panel->getHeight());
     panel->forget();
+    shown.store(true);
     setKnobMode(kLinearMode);
     for (size_t i = 0; i < controls->size(); ++i) setParameter(int(i), host ? host->getParameter(int(i)) : 0.0f);
     frame->addView(new DonateButton(std::string(ORM_DONATION_HOST) + "/product.php?id=103#donate"));
@@ -78,11 +82,21 @@ bool OrmEditor::open(void* parent) {
     return frame->open(parent);
 }
 
-void OrmEditor::close() { AEffGUIEditor::close(); }
+OrmEditor::~OrmEditor() { close(); }
+
+void OrmEditor::close() {
+    // A writer either saw the editor shown and is counted, or sees it closed: once the count is
+    // zero no thread can reach the widgets any more.
+    shown.store(false);
+    while (writers.load() != 0) std::this_thread::yield();
+    AEffGUIEditor::close();
+}
 
 void OrmEditor::setParameter(int index, float value) {
-    if (!frame || index < 0 || size_t(index) >= widgets.size() || !widgets[index]) return;
-    widgets[index]->setValue(value);
+    if (index < 0 || size_t(index) >= widgets.size()) return;
+    writers.fetch_add(1);
+    if (shown.load() && widgets[index]) widgets[index]->setValue(value);
+    writers.fetch_sub(1);
 }
 
 void OrmEditor::valueChanged(CControl* control) {

@@ -2,6 +2,7 @@
 // The plug-in's window: the amplifier's picture with one widget per control of the system
 // description, placed and drawn as the controls' widget data say, and the donation button.
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -16,11 +17,13 @@ public:
     // GUI thread.  Reads the panel picture's size, so that the host can ask for the rectangle
     // before the window opens.
     OrmEditor(EditorHost* effect, const std::shared_ptr<ControlList>& controls);
+    ~OrmEditor() override;
 
     // Throws VRNException for a control type that has no widget; false if no window could be made.
     bool open(void* parent) override;
     void close() override;
-    // Any thread; nothing while closed.
+    // Any thread, never waits; nothing while closed.  close() waits for a call that is writing
+    // to a widget, so that it never frees one under it.
     void setParameter(int index, float value) override;
 
     void valueChanged(CControl* control) override;
@@ -33,4 +36,7 @@ public:
 private:
     std::shared_ptr<ControlList> controls;
     std::vector<CControl*> widgets;
+    // Whether other threads may write to the widgets, and how many are doing so.
+    std::atomic<bool> shown{false};
+    std::atomic<int> writers{0};
 };

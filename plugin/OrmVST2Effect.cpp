@@ -11,6 +11,7 @@
 #include "amp/FilterWrapper.h"
 #include "amp/NetworkHandlers.h"
 #include "engine/Context.h"
+#include "engine/DSPGraph.h"
 #include "engine/Graph.h"
 #include "filters/BiQuad.h"
 #include "filters/FirstOrderIIR.h"
@@ -44,6 +45,12 @@ OrmVST2Effect::OrmVST2Effect(audioMasterCallback master, std::shared_ptr<vrn::Dr
     canDoubleReplacing(false);
 
     attachValueFunctions();
+
+    for (auto& graph : *driver->getGraphs()) {
+        auto* dspGraph = dynamic_cast<vrn::DSPGraph*>(graph.get());
+        if (dspGraph && dspGraph->getDSPContext())
+            for (vrn::Filter* filter : dspGraph->getDSPContext()->getElements()) filters.emplace_back(dspGraph, filter);
+    }
 
     setEditor(new OrmEditor(this, controls));
 }
@@ -171,18 +178,25 @@ void OrmVST2Effect::attachValueFunctions() {
         std::vector<size_t> positions;
         Mapping mapping;
     };
-    const Mapping complement = [](float x) { return 1.0f - x; };
+    // Switches snap to their positions, whatever value an automation lane or a generic slider
+    // sends between them: a two-way switch is on from the middle up, and the oversampling switch
+    // takes the factor of its nearest position (2, 4, 8 at 0, 0.5, 1).  Resamplers and the graphs'
+    // rates thus always see the same whole factor.
+    const Mapping on = [](float x) { return x >= 0.5f ? 1.0f : 0.0f; };
+    const Mapping off = [](float x) { return x >= 0.5f ? 0.0f : 1.0f; };
     const Row rows[] = {
         {"Vol", {0, 1}, [](float x) { return x * 0.002f; }},
         // A pot taper with a knee: the lower half covers 0 to 0.1, the upper half 0.1 to 1.
         {"Gain", {0, 1, 2, 3}, [](float x) { return x >= 0.5f ? (x - 0.5f) * 1.8f + 0.1f : x * 0.2f; }},
-        {"Oversampling", {0, 1, 2, 3}, [](float x) { return std::pow(2.0f, x * 2.0f + 1.0f); }},
+        {"Oversampling", {0, 1, 2, 3}, [](float x) { return x < 0.25f ? 2.0f : (x < 0.75f ? 4.0f : 8.0f); }},
         {"Feedback", {0, 1, 2, 3}, [](float x) { return 1.0f - x * 0.39f; }},
-        {"Cabinet", {0, 1}, complement},
-        // Position and the low-CPU graphs' Off follow x; the high-CPU graphs' Off is its complement.
-        {"CPU", {2, 5}, complement},
+        {"Cabinet", {0, 1}, off},
+        // Position and the low-CPU graphs' Off follow the switch; the high-CPU graphs' Off is its
+        // complement.
+        {"CPU", {0, 1, 3, 4}, on},
+        {"CPU", {2, 5}, off},
         {"Input", {0, 1}, [](float x) { return x > 0.5f ? x * 6.0f - 2.0f : x * 2.0f; }},
-        {"Stereo", {0, 1, 2, 3, 4, 5, 6}, complement},
+        {"Stereo", {0, 1, 2, 3, 4, 5, 6}, off},
     };
     for (auto& control : *controls) {
         for (const Row& row : rows) {
@@ -280,42 +294,128 @@ void OrmVST2Effect::settle() {
     settled = true;
 }
 
-void OrmVST2Effect::setBlockSize(int32_t size) { driver->setMaxBlockSize(size); }
+void OrmVST2Effect::setBlockSize(int32_t size) {
+    if (size <= 0) return;
+    const int32_t piece = std::min(size, kLargestPiece);
+    scratch.assign(2 * static_cast<size_t>(piece), 0.0f);
+    scratchFrames = static_cast<size_t>(piece);
+    driver->setMaxBlockSize(piece);
+}
+
+namespace {
+
+bool allFinite(const float* samples, size_t frames) {
+    // On the bits, so that the loop vectorises: an exponent of all ones is infinity or NaN.
+    uint32_t bad = 0;
+    for (size_t i = 0; i < frames; ++i) {
+        uint32_t bits;
+        std::memcpy(&bits, samples + i, sizeof(bits));
+        bad |= static_cast<uint32_t>((bits & 0x7f800000u) == 0x7f800000u);
+    }
+    return bad == 0;
+}
+
+void silence(float* out0, float* out1, size_t frames) {
+    if (out0) std::memset(out0, 0, frames * sizeof(float));
+    if (out1) std::memset(out1, 0, frames * sizeof(float));
+}
+
+float* offset(float* samples, size_t frames) { return samples ? samples + frames : nullptr; }
+
+}  // namespace
+
+scalar* OrmVST2Effect::usableInput(float* samples, size_t channel, size_t frames) {
+    // Without a block size the Driver refuses the block before it reads anything.
+    if (frames > scratchFrames) return samples;
+    if (samples && allFinite(samples, frames)) return samples;
+    scalar* copy = scratch.data() + channel * scratchFrames;
+    for (size_t i = 0; i < frames; ++i) copy[i] = samples && std::isfinite(samples[i]) ? samples[i] : 0.0f;
+    return copy;
+}
 
 void OrmVST2Effect::processReplacing(float** hostInputs, float** hostOutputs, int32_t sampleFrames) {
-    DenormalGuard guard;
-    try {
-        const bool oneChain = monoArrangement.load(std::memory_order_relaxed) != 0 ||
-                              stereoOff.load(std::memory_order_relaxed) != 0;
-        std::vector<scalar*>& channels = *inputs;
-        channels[0] = hostInputs[0];
-        channels[1] = (hostInputs[1] != hostInputs[0] && hostInputs[1] && !oneChain) ? hostInputs[1] : hostInputs[0];
-        const size_t frames = sampleFrames > 0 ? static_cast<size_t>(sampleFrames) : 0;
-        driver->process(channels, frames);
-        if (frames == 0) return;
+    DenormalGuard mode;
+    // A host that declared one channel on a side passes an array of one pointer there.
+    const bool stereoIn = inputChannels.load(std::memory_order_relaxed) == 2;
+    const bool stereoOut = outputChannels.load(std::memory_order_relaxed) == 2;
+    const bool oneChain = !stereoIn || !stereoOut || stereoOff.load(std::memory_order_relaxed) != 0;
+    float* in0 = hostInputs ? hostInputs[0] : nullptr;
+    float* in1 = hostInputs && stereoIn ? hostInputs[1] : nullptr;
+    float* out0 = hostOutputs ? hostOutputs[0] : nullptr;
+    float* out1 = hostOutputs && stereoOut ? hostOutputs[1] : nullptr;
+    if (out1 == out0) out1 = nullptr;
+    if (in1 == in0) in1 = nullptr;
 
-        std::vector<scalar*>& results = driver->getOutputs();
-        const size_t bytes = frames * sizeof(float);
-        float* left = hostOutputs[0];
-        float* right = hostOutputs[1];
-        if (left) std::memcpy(left, results[0], bytes);
-        if (right && right != left) {
-            if (!oneChain)
-                std::memcpy(right, results[1], bytes);
-            else if (left)
-                std::memcpy(right, left, bytes);
-        }
-    } catch (vrn::VRNException& failure) {
-        // The host learns of an engine failure; the denormal bits stay as they are on this path.
-        guard.keepOnExit();
-        throw failure;
+    const size_t frames = sampleFrames > 0 ? static_cast<size_t>(sampleFrames) : 0;
+    const size_t piece = scratchFrames > 0 ? scratchFrames : std::max<size_t>(frames, 1);
+    size_t done = 0;
+    do {
+        const size_t n = std::min(frames - done, piece);
+        processPiece(offset(in0, done), offset(in1, done), offset(out0, done), offset(out1, done), n, oneChain);
+        done += n;
+    } while (done < frames);
+}
+
+void OrmVST2Effect::processPiece(float* in0, float* in1, float* out0, float* out1, size_t frames, bool oneChain) {
+    std::vector<scalar*>& channels = *inputs;
+    channels[0] = usableInput(in0, 0, frames);
+    channels[1] = in1 && !oneChain ? usableInput(in1, 1, frames) : channels[0];
+    bool ran = false;
+    try {
+        ran = driver->process(channels, frames);
     } catch (...) {
-        // Anything else must not take the host down: the block is dropped.
+        // The host has no use for an exception: this block is silence, and the count tells.
+        failedBlocks.fetch_add(1, std::memory_order_relaxed);
+    }
+    if (frames == 0) return;
+    if (!ran) {
+        silence(out0, out1, frames);
+        return;
+    }
+
+    std::vector<scalar*>& results = driver->getOutputs();
+    if (!allFinite(results[0], frames) || (!oneChain && !allFinite(results[1], frames)) || !statesFinite()) {
+        // A state has run away (a huge input, a filter pushed past its range): start again from
+        // rest rather than play nothing for good.
+        clearStates();
+        recoveries.fetch_add(1, std::memory_order_relaxed);
+        silence(out0, out1, frames);
+        return;
+    }
+    const size_t bytes = frames * sizeof(float);
+    if (out0) std::memcpy(out0, results[0], bytes);
+    if (out1) {
+        if (!oneChain)
+            std::memcpy(out1, results[1], bytes);
+        else if (out0)
+            std::memcpy(out1, out0, bytes);
+    }
+}
+
+bool OrmVST2Effect::statesFinite() const {
+    // The first sample of each output: a state that has gone bad spoils every sample after it,
+    // and every running filter writes at least one sample per block.
+    for (const auto& entry : filters) {
+        if (entry.first->isOff() || entry.first->isBypassed()) continue;
+        for (scalar* output : entry.second->getOutputs())
+            if (output && !std::isfinite(output[0])) return false;
+    }
+    return true;
+}
+
+void OrmVST2Effect::clearStates() {
+    for (auto& entry : filters) {
+        entry.second->reset();
+        // What the bad block left in the buffers would otherwise be found again.
+        for (scalar* output : entry.second->getOutputs())
+            if (output && !std::isfinite(output[0])) output[0] = 0.0f;
     }
 }
 
 void OrmVST2Effect::setParameter(int32_t index, float value) {
     if (index < 0 || static_cast<size_t>(index) >= controls->size()) return;
+    if (std::isnan(value)) return;
+    value = std::min(1.0f, std::max(0.0f, value));
     vrn::Control& control = *(*controls)[static_cast<size_t>(index)];
     control.setValue(value);
     if (control.getName() == "Stereo") stereoOff.exchange(value < 0.5f ? 1 : 0);
@@ -339,12 +439,21 @@ void OrmVST2Effect::getParameterName(int32_t index, char* text) {
 
 bool OrmVST2Effect::setSpeakerArrangement(VstSpeakerArrangement* input, VstSpeakerArrangement* output) {
     if (input && output) {
-        if (input->numChannels == 1 && output->numChannels == 1)
-            monoArrangement.exchange(1);
-        else if (input->numChannels == 2 && output->numChannels == 2)
-            monoArrangement.exchange(0);
+        // Each side on its own: what the host declares is what it passes.  One channel on
+        // either side runs one chain.
+        if (input->numChannels == 1 || input->numChannels == 2)
+            inputChannels.exchange(static_cast<uint8_t>(input->numChannels));
+        if (output->numChannels == 1 || output->numChannels == 2)
+            outputChannels.exchange(static_cast<uint8_t>(output->numChannels));
     }
     return true;
+}
+
+intptr_t OrmVST2Effect::vendorSpecific(int32_t index, intptr_t value, void*, float) {
+    if (index != kUniqueId) return 0;
+    if (value == kFailedBlocksQuery) return static_cast<intptr_t>(getFailedBlocks());
+    if (value == kRecoveriesQuery) return static_cast<intptr_t>(getRecoveries());
+    return 0;
 }
 
 bool OrmVST2Effect::getVendorString(char* text) {

@@ -29,8 +29,6 @@ void releaseSharedHandle() {
 
 AudioEffect* createEffectInstance(audioMasterCallback audioMaster) {
     try {
-        // The host's thread keeps these bits: the elements are made and first run with them set.
-        DenormalGuard::setOnThisThread();
         std::shared_ptr<vrn::Driver> driver = vrn::Driver::create();
         auto factory = std::make_shared<vrn::DSPElementFactory>();
         // The plug-in's own element types (wrapped filters, Newton) join the engine's table.
@@ -39,19 +37,26 @@ AudioEffect* createEffectInstance(audioMasterCallback audioMaster) {
         std::istringstream description(makeOrmSystemDescription());
         driver->init(description);
         return new OrmVST2Effect(audioMaster, driver);
-    } catch (vrn::VRNException& failure) {
+    } catch (...) {
         releaseSharedHandle();
-        throw failure;
+        throw;
     }
 }
 
 extern "C" {
 
+// The elements are made in the plug-in's floating-point mode, and the host's thread gets its own
+// mode back.  No exception reaches the host: an instance that cannot be made is a null answer.
 __attribute__((visibility("default"))) AEffect* VSTPluginMain(audioMasterCallback audioMaster) {
     if (!audioMaster || audioMaster(nullptr, audioMasterVersion, 0, 0, nullptr, 0.0f) == 0) return nullptr;
-    AudioEffect* effect = createEffectInstance(audioMaster);
-    if (!effect) return nullptr;
-    return effect->getAeffect();
+    DenormalGuard mode;
+    try {
+        AudioEffect* effect = createEffectInstance(audioMaster);
+        if (!effect) return nullptr;
+        return effect->getAeffect();
+    } catch (...) {
+        return nullptr;
+    }
 }
 
 // Older hosts look for the entry under the name "main": the same function under a second name.

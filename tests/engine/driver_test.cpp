@@ -142,6 +142,27 @@ TEST(Driver, RefusesToProcessUntilReadyAndWhileSuspended) {
     EXPECT_VRN_MESSAGE(uninitialised->process(none, 1), VRNException, "Cannot process. Driver is not initialized.");
 }
 
+TEST(Driver, AFailingBlockLeavesTheDriverFreeAndAnOwnerFreesIt) {
+    auto driver = loadSystem(systemOf(gainGraph("A", "System", "0", 2.0), "<Output Graph=\"A\" Node=\"out\"/>"));
+    driver->setMaxBlockSize(4);
+    std::vector<scalar> many(9, 1.0f);
+    std::vector<scalar*> inputs{many.data()};
+    // Past the graph's block size: the graph refuses, and the Driver is not left busy.
+    EXPECT_THROW(driver->process(inputs, 9), VRNException);
+    ASSERT_FALSE(driver->isProcessing());
+    driver->setSuspended(true);  // would wait for ever on a busy Driver
+    driver->setSuspended(false);
+    EXPECT_TRUE(driver->process(inputs, 3));
+    EXPECT_EQ(2.0f, driver->getOutputs()[0][2]);
+
+    // The contexts point back to the Driver without owning it: the last outside reference frees it.
+    std::weak_ptr<Driver> watch = driver;
+    std::weak_ptr<Graph> graph = driver->getGraph("A");
+    driver.reset();
+    EXPECT_TRUE(watch.expired());
+    EXPECT_TRUE(graph.expired());
+}
+
 TEST(Driver, PassesSystemInputsStraightToOutputs) {
     auto driver = loadSystem(systemOf(gainGraph("A", "System", "0", 2.0),
                                       "<Output Graph=\"System\" Node=\"1\"/><Output Graph=\"A\" Node=\"out\"/>"));

@@ -127,11 +127,17 @@ TEST(IirResamplers, InterpolatorMatchesAStuffedCascadeInDouble) {
 TEST(IirResamplers, FactorFramesAndMessages) {
     auto context = ormtest::makeContext();
     auto graph = std::make_shared<DSPGraph>();
-    context->setGraph(graph);
+    context->setGraph(graph.get());
     auto up = make<IirInterpolator>(resamplerProperties("15000", "2"), 256, 0, context);
+    // The graph's rate follows the whole factor the resampler runs at, not the value sent.
     up->propertyChanged("Factor", 2.6f);
     EXPECT_EQ(up->getFactor(), 3);
-    EXPECT_DOUBLE_EQ(graph->getMultiplier(), static_cast<double>(2.6f));
+    EXPECT_EQ(graph->getMultiplier(), 3.0);
+    for (float bad : {0.4f, -2.0f, 1000.0f, std::nanf("")}) {
+        EXPECT_THROW(up->propertyChanged("Factor", bad), InvalidArgumentException) << bad;
+        EXPECT_EQ(up->getFactor(), 3) << bad;
+        EXPECT_EQ(graph->getMultiplier(), 3.0) << bad;
+    }
     auto down = make<IirDecimator>(resamplerProperties("20000", "2"), 256, 0, context);
     down->propertyChanged("Factor", 4.0f);
     EXPECT_DOUBLE_EQ(graph->getMultiplier(), 0.25);

@@ -56,7 +56,7 @@ public:
         alias = reinterpret_cast<EntryPoint>(dlsym(handle, "main"));
         if (!entry) throw std::runtime_error("no VSTPluginMain");
     }
-    // The module stays loaded: a closed instance leaves its engine in the module's memory.
+    // The module stays loaded for the life of the test program.
     ~Module() {}
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
@@ -94,6 +94,11 @@ public:
 
     void process(float** in, float** out, int32_t frames) { effect->processReplacing(effect, in, out, frames); }
     void setParameter(int32_t index, float value) { effect->setParameter(effect, index, value); }
+    // What the instance counts of itself: blocks that failed, and states cleared after
+    // output that was not finite.
+    intptr_t failedBlocks() { return dispatch(effVendorSpecific, 0x71377674, 0x6661696c); }  // 'q7vt', 'fail'
+    intptr_t recoveries() { return dispatch(effVendorSpecific, 0x71377674, 0x72637672); }    // 'q7vt', 'rcvr'
+
     float getParameter(int32_t index) { return effect->getParameter(effect, index); }
 
     std::string text(int32_t opcode, int32_t index = 0) {

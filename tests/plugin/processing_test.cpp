@@ -148,13 +148,16 @@ TEST(PluginProcessing, StereoMonoAndTheCopyOfOutputZero) {
     // Equal inputs on a stereo host: the two chains are equal.
     EXPECT_TRUE(scaled(rl.out1, rl.out0, 1.0, n));
 
-    // A mono arrangement wins over the Stereo control.
+    // A mono arrangement wins over the Stereo control, and the host passes one buffer a side:
+    // the second output is not touched.
     plugin.setArrangement(1, 1);
     EXPECT_EQ(plugin.lastArrangementAnswer, 1);
+    std::fill(r.out1.begin(), r.out1.end(), 5.0f);
     r.block(plugin, left, right, n);
-    EXPECT_EQ(r.out1, r.out0);
+    EXPECT_TRUE(sane(r.out0, n));
+    EXPECT_EQ(r.out1, std::vector<float>(n, 5.0f));
 
-    // One in, two out leaves the flag as it was, and the answer is still yes.
+    // One in, two out: one chain, its output on both sides; the answer is still yes.
     plugin.setArrangement(1, 2);
     EXPECT_EQ(plugin.lastArrangementAnswer, 1);
     r.block(plugin, left, right, n);
@@ -255,11 +258,15 @@ TEST(PluginProcessing, BlockSizesZeroFramesAndSuspend) {
         }
     }
 
-    // Suspended: blocks are refused, and the denormal bits stay set on that failure path.
+    // Suspended: the block is refused, without an exception: silence, counted as failed, and
+    // the caller's MXCSR comes back.
     plugin.dispatch(effMainsChanged, 0, 0);
     _mm_setcsr(_mm_getcsr() & ~((1u << 15) | (1u << 6)));
-    EXPECT_ANY_THROW(plugin.process(io.pointers, io.pointers, 16));
-    EXPECT_EQ(_mm_getcsr() & ((1u << 15) | (1u << 6)), (1u << 15) | (1u << 6));
+    EXPECT_EQ(plugin.failedBlocks(), 0);
+    EXPECT_NO_THROW(plugin.process(io.pointers, io.pointers, 16));
+    EXPECT_EQ(plugin.failedBlocks(), 1);
+    EXPECT_EQ(io.left, std::vector<float>(16, 0.0f));
+    EXPECT_EQ(_mm_getcsr() & ((1u << 15) | (1u << 6)), 0u);
 
     // Resumed: a normal block restores the caller's MXCSR.
     plugin.dispatch(effMainsChanged, 0, 1);
@@ -280,16 +287,27 @@ TEST(PluginProcessing, BlockSizesZeroFramesAndSuspend) {
     EXPECT_GT(rms(out, 2048), 1e-3);
 }
 
-TEST(PluginProcessing, ABlockPastTheMaximumIsFatalForTheInstance) {
-    Instance plugin;
+TEST(PluginProcessing, ABlockPastTheMaximumRunsInPiecesOfIt) {
+    // 1000 frames against an announced 256: the same samples as a twin given 256, 256, 256, 232.
+    Instance plugin, twin;
     plugin.start(48000.0f, 256);
-    Channels big(1024, 0.1f);
-    EXPECT_ANY_THROW(plugin.process(big.pointers, big.pointers, 1024));
-    // The engine stays marked busy after a failed block, so suspend would wait for ever: a host
-    // drops such an instance.  Closing still deletes it.
-    AEffect* effect = plugin.effect;
-    plugin.effect = nullptr;
-    EXPECT_EQ(effect->dispatcher(effect, effClose, 0, 0, nullptr, 0.0f), 1);
+    twin.start(48000.0f, 256);
+    const size_t n = 1000;
+    std::vector<float> in = tone(n, 440.0), out(n), out1(n), twinOut(n), twinOut1(n);
+    for (int round = 0; round < 3; ++round) {
+        float* inputs[2] = {in.data(), in.data()};
+        float* outputs[2] = {out.data(), out1.data()};
+        plugin.process(inputs, outputs, static_cast<int32_t>(n));
+        for (size_t done = 0; done < n; done += 256) {
+            float* pieceIn[2] = {in.data() + done, in.data() + done};
+            float* pieceOut[2] = {twinOut.data() + done, twinOut1.data() + done};
+            twin.process(pieceIn, pieceOut, static_cast<int32_t>(std::min<size_t>(256, n - done)));
+        }
+        EXPECT_EQ(out, twinOut) << round;
+    }
+    EXPECT_TRUE(sane(out, n));
+    EXPECT_GT(rms(out, n), 1e-3);
+    EXPECT_EQ(plugin.failedBlocks(), 0);
 }
 
 TEST(PluginProcessing, TwoInstancesSideBySide) {

@@ -82,3 +82,47 @@ TEST(PluginThreads, ParameterChangesWhileBlocksRun) {
     EXPECT_GT(rightEnergy, 0.0);
     EXPECT_NE(lastLeft, lastRight);
 }
+
+TEST(PluginThreads, ParameterReadsWhileAnotherThreadWrites) {
+    // A host reads parameters for its display while automation writes them: every value read is
+    // one that was written, and the read never races with the write.
+    testhost::Instance plugin;
+    plugin.start(48000.0f, 64);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 20000; ++i) plugin.setParameter(kVol, float(i % 4) * 0.25f);
+        done.store(true, std::memory_order_release);
+    });
+    int reads = 0;
+    while (!done.load(std::memory_order_acquire)) {
+        const float value = plugin.getParameter(kVol);
+        ASSERT_TRUE(value == 0.0f || value == 0.25f || value == 0.5f || value == 0.75f) << value;
+        ++reads;
+    }
+    writer.join();
+    EXPECT_GT(reads, 0);
+}
+
+TEST(PluginThreads, EditorClosesWhileTheHostSetsParameters) {
+    // The host's GUI thread opens and closes the editor (no display here: the widgets exist, the
+    // window does not) while another thread sends parameter changes, which the editor shows on
+    // its widgets.  Closing must never free a widget under such a call.
+    testhost::Instance plugin;
+    plugin.start(48000.0f, 64);
+    std::atomic<bool> done{false};
+    std::thread automation([&] {
+        int i = 0;
+        while (!done.load(std::memory_order_acquire)) {
+            plugin.setParameter(i % 8, float(i % 10) / 10.0f);
+            ++i;
+        }
+    });
+    for (int cycle = 0; cycle < 20; ++cycle) {
+        plugin.dispatch(effEditOpen, 0, 0, nullptr);
+        std::this_thread::yield();
+        plugin.dispatch(effEditIdle);
+        plugin.dispatch(effEditClose);
+    }
+    done.store(true, std::memory_order_release);
+    automation.join();
+}
