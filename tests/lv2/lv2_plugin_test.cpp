@@ -181,13 +181,14 @@ TEST(Lv2Plugin, AnyRunLengthAndBuffersSharedWithTheInput) {
     for (float x : reference.left) peak = std::max(peak, std::fabs(x));
     ASSERT_GT(peak, 0.01f);
     // Runs of no length, one frame, odd lengths and longer than the bound: the engine then runs
-    // other pieces than 256, and its output does not depend on how a host cuts the blocks.
+    // other pieces than 256.  A gliding knob's network is recomputed at points that follow the
+    // pieces, so the output depends on how a host cuts the blocks only within float rounding.
     const std::vector<uint32_t> runs = {0, 1, 7, 300, 3000, 64, 1500, 0, 999};
     for (int32_t bound : {0, 1024, 100}) {
         SCOPED_TRACE("announced bound " + std::to_string(bound));
         Stereo pieces = renderLv2(setting, input, false, runs, bound);
-        EXPECT_EQ(worstDifference(pieces.left, reference.left), 0.0f);
-        EXPECT_EQ(worstDifference(pieces.right, reference.right), 0.0f);
+        EXPECT_LE(worstDifference(pieces.left, reference.left), 1e-6f * peak);
+        EXPECT_LE(worstDifference(pieces.right, reference.right), 1e-6f * peak);
         // In place: the output ports on the input buffers give the very same samples.
         Stereo shared = renderLv2(setting, input, false, runs, bound, true);
         EXPECT_EQ(worstDifference(shared.left, pieces.left), 0.0f);

@@ -235,8 +235,9 @@ TEST(Lv2Tools, Lv2applyRendersTheRiffAsTheVst2ModuleDoes) {
         ASSERT_EQ(a.channels, row.mono ? 1 : 2);
         ASSERT_EQ(b.channels, 2);
         ASSERT_EQ(a.frames(), b.frames());
-        // lv2apply runs one frame at a time, orm-render blocks of 256: the engine's output does not
-        // depend on the block length, so the two agree to the bit.
+        // lv2apply runs one frame at a time, orm-render blocks of 256: the engine's output depends
+        // on the block length only where a gliding knob's network is recomputed, within float
+        // rounding.
         for (int channel = 0; channel < a.channels; ++channel) {
             float worst = 0, peak = 0;
             for (size_t i = 0; i < a.frames(); ++i) {
@@ -246,7 +247,7 @@ TEST(Lv2Tools, Lv2applyRendersTheRiffAsTheVst2ModuleDoes) {
             std::cout << "lv2apply vs VST2, " << row.what << ", channel " << channel << ": worst difference " << worst
                       << " at peak " << peak << "\n";
             EXPECT_GT(peak, 0.01f);
-            EXPECT_EQ(worst, 0.0f);
+            EXPECT_LE(worst, 1e-6f * peak);
         }
     }
 }

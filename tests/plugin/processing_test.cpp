@@ -81,9 +81,10 @@ TEST(PluginProcessing, OutputFollowsTheControls) {
     b.start(48000.0f, 512);
     Blocks ra(n), rb(n);
 
-    // Defaults: an audible, bounded signal.
+    // Defaults: an audible, bounded signal.  The knob glides for 20 ms, and the ramp rings out
+    // through the DC block and the cabinet: 30 blocks.
     b.setParameter(kVol, 1.0f);
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 30; ++i) {
         ra.block(a, in, in, n);
         rb.block(b, in, in, n);
     }
@@ -119,9 +120,9 @@ TEST(PluginProcessing, OutputFollowsTheControls) {
                 EXPECT_GT(rms(rb.out0, n), 1e-3) << cabinet << " " << cpu << " " << factor;
             }
 
-    // Output at 0: silence after the cabinet's tail (8192 taps at most).
+    // Output at 0: silence after the glide and the cabinet's tail.
     b.setParameter(kVol, 0.0f);
-    for (int i = 0; i < 20; ++i) rb.block(b, loud, loud, n);
+    for (int i = 0; i < 30; ++i) rb.block(b, loud, loud, n);
     EXPECT_EQ(rms(rb.out0, n), 0.0);
 }
 
