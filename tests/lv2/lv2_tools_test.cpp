@@ -371,6 +371,9 @@ TEST(Lv2Tools, JalvShowsTheEditorInItsWindow) {
         xtest::PrivateServer& server;
         ~Stop() { server.stop(); }
     } stop{server};
+    // jalv makes and destroys windows while the tree is walked: a window gone in between is no
+    // error of ours (Xlib's default handler would end the test program).
+    XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
 
     const std::string jackName = "orm-lv2-" + std::to_string(getpid());
     setenv("JACK_DEFAULT_SERVER", jackName.c_str(), 1);
