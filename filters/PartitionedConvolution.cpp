@@ -32,8 +32,10 @@ size_t spectrumStride(size_t partition) {
 }
 
 // The two hot loops work element by element (no sums reordered, no fused multiply-add), so a
-// wider vector form gives the same bits; where the loader can pick one at run time, it does.
-#if defined(__linux__) && defined(__x86_64__) && !defined(__clang__)
+// wider vector form gives the same bits; where the loader can pick one at run time, it does.  Not
+// under a sanitizer: the loader runs the picker before the sanitizer's runtime is up.
+#if defined(__linux__) && defined(__x86_64__) && !defined(__clang__) && !defined(__SANITIZE_THREAD__) && \
+    !defined(__SANITIZE_ADDRESS__)
 #define ORM_WIDE_VECTORS __attribute__((target_clones("avx2", "default")))
 #else
 #define ORM_WIDE_VECTORS
