@@ -143,7 +143,8 @@ void Circuit::process(const std::vector<scalar*>& inputArrays, std::vector<scala
     const std::vector<MNAEventListener*>& listeners = context->getListeners();
     const size_t inputCount = static_cast<size_t>(numberOfInputs);
     for (size_t i = 0; i < framesPerBuffer; ++i) {
-        for (size_t k = 0; k < inputCount; ++k) (*inputs)[k] = inputArrays[k][i];
+        // An input left unwired is silence, as it is for every filter.
+        for (size_t k = 0; k < inputCount; ++k) (*inputs)[k] = inputArrays[k] ? inputArrays[k][i] : 0.0f;
         if (context->getAnalysis() == 1 && context->isInitialized())
             for (MNAEventListener* listener : listeners) listener->nextSample();
         try {
