@@ -96,7 +96,7 @@ TEST(Lv2Tools, TheValidatorFindsNoErrorAndNoWarning) {
     std::cout << result.output;
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.output.find("Found 0 errors"), std::string::npos);
-    // Every line is the summary or the validator's note about a specification file of its own.
+    // Every line is the summary or the validator's note about a vocabulary file of its own.
     std::string line;
     std::istringstream lines(result.output);
     while (std::getline(lines, line)) {
