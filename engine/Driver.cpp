@@ -96,6 +96,8 @@ void Driver::computeMultipliers() {
             if (m > 0 && std::fabs(v - m) > 1e-10) throw VRNException("Invalid input multipliers for graph" + graph.getName());
             if (!(m > 0)) m = v;
         }
+        // A graph that no other graph feeds runs at the system's rate.
+        if (!(m > 0)) m = 1.0;
         graph.setInputMultiplier(m);
         multipliers[static_cast<size_t>(g)] = m;
     }

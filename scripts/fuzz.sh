@@ -38,7 +38,7 @@ fi
 cmake --build $build -j "${ORM_FUZZ_JOBS:-2}" --target fuzz_$target > /dev/null
 
 seeds=$build/seeds/$target
-corpus=$build/corpus/$target
+corpus=${ORM_FUZZ_CORPUS:-$build/corpus/$target}
 rm -rf "$seeds"
 mkdir -p "$seeds" "$corpus" $build/artifacts
 python3 fuzz/seeds.py $build/seeds > /dev/null
@@ -54,7 +54,7 @@ executions=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o 
 [ -n "$executions" ] || executions=$(grep -o '^#[0-9]*' "$log" | tail -1 | tr -d '#' || true)
 coverage=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | grep -o '[0-9]*' || true)
 features=$(grep -o 'ft: [0-9]*' "$log" | tail -1 | grep -o '[0-9]*' || true)
-echo "fuzz $target: ${seconds} s, ${executions:-?} executions, cov ${coverage:-?}, ft ${features:-?}," \
+echo "fuzz $target: (at most ${seconds} s) ${executions:-?} executions, cov ${coverage:-?}, ft ${features:-?}," \
      "corpus $(ls "$corpus" | wc -l) inputs; log $log"
 if [ $status -ne 0 ]; then
   echo "fuzz $target: FINDING (status $status):" >&2
