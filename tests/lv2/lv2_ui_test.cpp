@@ -117,9 +117,17 @@ TEST_F(Lv2UI, EmbedsThePanelAndAsksForItsSize) {
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(recorder.width, 1000);
     EXPECT_EQ(recorder.height, 400);
-    Window root, up, *children = nullptr;
+    // The UI makes its window on an X connection of its own, whose requests may not have reached
+    // the server yet: ask until they have, with errors meanwhile no failure of the program.
+    XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
+    Window root, up = 0, *children = nullptr;
     unsigned int count = 0;
-    ASSERT_TRUE(XQueryTree(display, Window(reinterpret_cast<uintptr_t>(widget)), &root, &up, &children, &count));
+    bool found = false;
+    for (int attempt = 0; attempt < 300 && !found; ++attempt) {
+        found = XQueryTree(display, Window(reinterpret_cast<uintptr_t>(widget)), &root, &up, &children, &count);
+        if (!found) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(found) << "the UI's window never reached the server";
     if (children) XFree(children);
     EXPECT_EQ(up, parent);
     idle();
