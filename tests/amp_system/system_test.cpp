@@ -1,0 +1,408 @@
+// The complete amplifier through its VST2 interface, as a host runs it (48 kHz, blocks of 256,
+// default controls unless a row says otherwise): start-up and rate changes out of silence, knobs
+// moved by automation, level and harmonic distortion against drive, the CPU modes, aliasing against
+// the oversampling factor, the cabinet, the stereo switch and every switch combination.  Figures
+// are printed; the assertions hold whatever the exact tube data.
+//
+// Spectra are plain DFTs over one-second windows: 220 Hz and 5 kHz complete whole periods, so every
+// harmonic (and every alias, on a multiple of 1 kHz) falls exactly on a bin, with no window function.
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "plugin/PluginHost.h"
+#include "support/AllocationCounter.h"
+
+using testhost::Instance;
+
+namespace {
+
+enum Parameter { kGain = 0, kFeedback, kVol, kOversampling, kCabinet, kCPU, kInput, kStereo };
+
+constexpr double kRate = 48000.0;
+constexpr size_t kBlock = 256;
+constexpr size_t kSecond = 48000;
+
+typedef std::vector<std::pair<Parameter, float>> Settings;
+typedef std::function<void(Instance&, size_t)> BeforeBlock;
+
+// What a host does before the first block, with the parameters restored before resume.
+void start(Instance& plugin, float rate, int block, const Settings& settings) {
+    plugin.dispatch(effOpen);
+    for (const auto& setting : settings) plugin.setParameter(setting.first, setting.second);
+    plugin.dispatch(effSetSampleRate, 0, 0, nullptr, rate);
+    plugin.dispatch(effSetBlockSize, 0, block);
+    plugin.dispatch(effMainsChanged, 0, 1);
+}
+
+struct Stereo {
+    std::vector<float> left, right;
+};
+
+// Both outputs for two inputs, in blocks of `block`; beforeBlock runs before each block with its
+// index, to turn controls while audio runs.
+Stereo run(Instance& plugin, const std::vector<float>& left, const std::vector<float>& right, size_t block,
+           const BeforeBlock& beforeBlock = nullptr) {
+    Stereo out{std::vector<float>(left.size()), std::vector<float>(left.size())};
+    for (size_t at = 0, b = 0; at < left.size(); at += block, ++b) {
+        if (beforeBlock) beforeBlock(plugin, b);
+        float* inputs[2] = {const_cast<float*>(left.data()) + at, const_cast<float*>(right.data()) + at};
+        float* outputs[2] = {out.left.data() + at, out.right.data() + at};
+        plugin.process(inputs, outputs, static_cast<int32_t>(std::min(block, left.size() - at)));
+    }
+    return out;
+}
+
+// A fresh instance at 48 kHz in blocks of 256.
+Stereo render(const std::vector<float>& left, const std::vector<float>& right, const Settings& settings,
+              const BeforeBlock& beforeBlock = nullptr) {
+    Instance plugin;
+    start(plugin, static_cast<float>(kRate), static_cast<int>(kBlock), settings);
+    return run(plugin, left, right, kBlock, beforeBlock);
+}
+
+// Output 0 for the same input on both channels.
+std::vector<float> render(const std::vector<float>& input, const Settings& settings, const BeforeBlock& beforeBlock = nullptr) {
+    return render(input, input, settings, beforeBlock).left;
+}
+
+std::vector<float> sine(double frequency, double levelDbfs, size_t frames) {
+    const double amplitude = std::pow(10.0, levelDbfs / 20.0);
+    std::vector<float> x(frames);
+    for (size_t i = 0; i < frames; ++i) x[i] = static_cast<float>(amplitude * std::sin(2.0 * M_PI * frequency * double(i) / kRate));
+    return x;
+}
+
+// Plucked strings (Karplus-Strong) on a fixed seed: a note every 125 ms, each ringing for three
+// steps, so up to three overlap; peaks stay below 1.
+std::vector<float> riff(size_t frames) {
+    const double notes[] = {82.41, 123.47, 164.81, 196.0, 220.0, 246.94, 293.66, 329.63};
+    const size_t step = kSecond / 8;
+    uint32_t state = 20261122u;
+    std::vector<float> out(frames, 0.0f);
+    for (size_t n = 0; n * step < frames; ++n) {
+        std::vector<double> line(static_cast<size_t>(kRate / notes[(n * 5) % 8] + 0.5));
+        for (double& s : line) {
+            state = state * 1664525u + 1013904223u;
+            s = state / 2147483648.0 - 1.0;
+        }
+        double previous = 0;
+        for (size_t i = 0; i < 3 * step && n * step + i < frames; ++i) {
+            const double current = line[i % line.size()];
+            line[i % line.size()] = 0.996 * 0.5 * (current + previous);
+            previous = current;
+            out[n * step + i] += static_cast<float>(0.3 * current);
+        }
+    }
+    return out;
+}
+
+double dbfs(double amplitude) { return 20.0 * std::log10(std::fmax(amplitude, 1e-30)); }
+
+double peak(const std::vector<float>& x) {
+    double p = 0;
+    for (float v : x) p = std::fmax(p, std::fabs(double(v)));
+    return p;
+}
+
+// Mean square of x[start .. start + n).
+double meanSquare(const std::vector<float>& x, size_t start, size_t n) {
+    double sum = 0;
+    for (size_t i = 0; i < n; ++i) sum += double(x[start + i]) * x[start + i];
+    return sum / double(n);
+}
+
+// The largest step |x[n] - x[n-1]| for n in [from, to).
+double largestStep(const std::vector<float>& x, size_t from, size_t to) {
+    double s = 0;
+    for (size_t n = std::max<size_t>(from, 1); n < to && n < x.size(); ++n) s = std::fmax(s, std::fabs(double(x[n]) - x[n - 1]));
+    return s;
+}
+
+// The DFT of x over its last second at one frequency, as a peak amplitude.
+double amplitudeAt(const std::vector<float>& x, double frequency) {
+    double re = 0, im = 0;
+    const size_t start = x.size() - kSecond;
+    for (size_t i = 0; i < kSecond; ++i) {
+        const double phase = 2.0 * M_PI * frequency / kRate * double(i);
+        re += x[start + i] * std::cos(phase);
+        im -= x[start + i] * std::sin(phase);
+    }
+    return std::hypot(re, im) * (frequency == 0.0 ? 1.0 : 2.0) / double(kSecond);
+}
+
+struct Harmonics {
+    double fundamental = 0, thdDb = 0, offSeriesDb = 0;  // off the series: aliases and noise
+};
+
+// The last second of x against the harmonic series of f (below 24 kHz), DC included.
+Harmonics analyse(const std::vector<float>& x, double f) {
+    const double dc = amplitudeAt(x, 0.0);
+    double harmonics = 0, series = dc * dc;
+    Harmonics h;
+    for (int k = 1; k * f < kRate / 2; ++k) {
+        const double a = amplitudeAt(x, k * f);
+        if (k == 1)
+            h.fundamental = a;
+        else
+            harmonics += 0.5 * a * a;
+        series += 0.5 * a * a;
+    }
+    h.thdDb = 10.0 * std::log10(harmonics / (0.5 * h.fundamental * h.fundamental));
+    h.offSeriesDb = 10.0 * std::log10((meanSquare(x, x.size() - kSecond, kSecond) - series) / series);
+    return h;
+}
+
+::testing::AssertionResult finiteAndBounded(const std::vector<float>& x, float bound) {
+    for (size_t i = 0; i < x.size(); ++i)
+        if (!std::isfinite(x[i]) || std::fabs(x[i]) >= bound) return ::testing::AssertionFailure() << "sample " << i << ": " << x[i];
+    return ::testing::AssertionSuccess();
+}
+
+}  // namespace
+
+TEST(Startup, SilenceInGivesSilenceOutFromTheFirstSampleAndAfterARateChange) {
+    // 100 ms of silence into a new instance, then 200 ms after the host doubled its rate; rates the
+    // host cannot play at (found by the dispatcher's fuzz target) are ignored.  -120 dBFS: far
+    // below any converter, far above what a settled chain leaves in floats.
+    struct Case {
+        float rate;
+        int block;
+        float cabinet, newRate;
+    };
+    const Case cases[] = {{48000, 256, 0, 96000}, {48000, 256, 1, 96000}, {44100, 64, 1, 88200}, {96000, 1024, 0, 192000},
+                          {48000, 256, 1, std::nanf("")}, {48000, 256, 1, 0}, {48000, 256, 1, -48000},
+                          {48000, 256, 1, 1e30f}, {48000, 256, 1, INFINITY}, {48000, 256, 1, 999}, {48000, 256, 1, 1e6f}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.rate << " Hz, blocks of " << c.block << ", cabinet " << c.cabinet
+                                          << ", then " << c.newRate << " Hz");
+        Instance plugin;
+        start(plugin, c.rate, c.block, {{kCabinet, c.cabinet}});
+        const std::vector<float> silence(static_cast<size_t>(c.rate / 5.0f), 0.0f);
+        const std::vector<float> first(silence.begin(), silence.begin() + silence.size() / 2);
+        EXPECT_LT(peak(run(plugin, first, first, size_t(c.block)).left), 1e-6);
+        plugin.dispatch(effMainsChanged, 0, 0);
+        plugin.dispatch(effSetSampleRate, 0, 0, nullptr, c.newRate);
+        plugin.dispatch(effMainsChanged, 0, 1);
+        EXPECT_LT(peak(run(plugin, silence, silence, size_t(c.block)).left), 1e-6);
+    }
+}
+
+TEST(Glide, AKnobMovedByAutomationLeavesNoStepAtTheBlockWhereItMoves) {
+    // A 220 Hz tone at -18 dBFS; every three to six blocks one of the four knobs jumps to a random
+    // value (not so low that the tone is gone).  The step right after a change (its first eight
+    // samples) is set against the largest step of the block before and of the rest of the block:
+    // a knob that jumps makes the first stand out, one that glides leaves it among the others.
+    // 2 %: what the tone's sampling phase alone moves the largest step of a window by.
+    const std::vector<float> in = sine(220.0, dbfs(0.125), 400 * kBlock);
+    for (float cpu : {0.0f, 1.0f}) {
+        std::mt19937 random(12);
+        std::uniform_real_distribution<float> value(0.0f, 1.0f);
+        const Parameter knobs[] = {kGain, kFeedback, kVol, kInput};
+        std::vector<size_t> changed;
+        const std::vector<float> out = render(in, {{kCPU, cpu}, {kCabinet, 0.0f}}, [&](Instance& plugin, size_t b) {
+            // A quarter second to settle at the start.
+            if (b >= 48 && (changed.empty() || b - changed.back() >= 3 + random() % 4)) {
+                plugin.setParameter(knobs[random() % 4], 0.2f + 0.8f * value(random));
+                changed.push_back(b);
+            }
+        });
+        int louder = 0;
+        for (size_t b : changed) {
+            const size_t s = b * kBlock;
+            const double others = std::fmax(largestStep(out, s - kBlock, s), largestStep(out, s + 8, s + kBlock));
+            if (largestStep(out, s, s + 8) > 1.02 * others) ++louder;
+        }
+        EXPECT_EQ(louder, 0) << "of " << changed.size() << " changes, CPU " << cpu;
+    }
+}
+
+TEST(Startup, TheFirstBlockAfterAResumeAndAGlideAllocateNothing) {
+    // Resume leaves nothing for the first block to redo (the controls' first values, the
+    // oversampling factor, the switches put back after settling), and a glide is plain arithmetic.
+    for (float stereo : {0.0f, 1.0f}) {
+        Instance plugin;
+        start(plugin, 48000.0f, 256, {{kStereo, stereo}, {kOversampling, 1.0f}});
+        std::vector<float> in(256, 0.1f), out0(256), out1(256);
+        float* inputs[2] = {in.data(), in.data()};
+        float* outputs[2] = {out0.data(), out1.data()};
+        for (int block = 0; block < 9; ++block) {
+            if (block == 1) {
+                plugin.setParameter(kGain, 0.9f);
+                plugin.setParameter(kVol, 0.1f);
+            }
+            allocation::Counter counter;
+            plugin.process(inputs, outputs, 256);
+            EXPECT_EQ(counter.allocations(), 0) << "block " << block << ", stereo " << stereo;
+        }
+    }
+}
+
+TEST(AmpSystem, LevelAndDistortionRiseWithDrive) {
+    const float volumes[] = {0.25f, 0.5f, 0.75f, 1.0f};
+    const double levels[] = {-24.0, -12.0, -6.0};
+    for (int cpu = 0; cpu < 2; ++cpu) {
+        double thd[4][3], out[4][3];
+        for (int v = 0; v < 4; ++v) {
+            std::printf("220 Hz, %s CPU, Volume %.2f: output (dBFS) / THD (dB) at -24, -12, -6 dBFS in:", cpu ? "high" : "low",
+                        volumes[v]);
+            for (int l = 0; l < 3; ++l) {
+                const std::vector<float> y = render(sine(220.0, levels[l], 3 * kSecond / 2), {{kGain, volumes[v]}, {kCPU, float(cpu)}});
+                EXPECT_TRUE(finiteAndBounded(y, 1.0f)) << volumes[v] << " " << levels[l] << " CPU " << cpu;
+                const Harmonics h = analyse(y, 220.0);
+                out[v][l] = dbfs(h.fundamental);
+                thd[v][l] = h.thdDb;
+                std::printf("  %.2f / %.2f", out[v][l], thd[v][l]);
+            }
+            std::printf("\n");
+            // A louder input distorts more at every setting of the knob, and the stages compress:
+            // 18 dB more input gives clearly less than 18 dB more output.
+            EXPECT_LT(thd[v][0], thd[v][1]) << volumes[v] << " CPU " << cpu;
+            EXPECT_LT(thd[v][1], thd[v][2]) << volumes[v] << " CPU " << cpu;
+            EXPECT_LT(out[v][2] - out[v][0], 18.0 - 3.0) << volumes[v] << " CPU " << cpu;
+        }
+        // More Volume, more distortion, at every input level.  In high-CPU mode the power stage's
+        // curve has stretches that rise, so a stage already in full saturation may distort a
+        // little less when pushed harder: half a decibel is allowed there.
+        for (int l = 0; l < 3; ++l)
+            for (int v = 0; v + 1 < 4; ++v)
+                EXPECT_LT(thd[v][l], thd[v + 1][l] + (cpu ? 0.5 : 0.0)) << volumes[v] << " " << levels[l] << " CPU " << cpu;
+        EXPECT_GT(thd[3][2] - thd[0][0], 20.0) << "CPU " << cpu;  // the cleanest and the most driven
+    }
+}
+
+TEST(AmpSystem, CpuModesAgreeForSmallSignalsAndPartAtFullDrive) {
+    // Without grid current the two branches are the same networks and the same curves; with it,
+    // the loaded networks and the high-CPU curves change the sound audibly.
+    struct Case {
+        const char* what;
+        double level;
+        Settings settings;
+        bool apart;
+    };
+    const Case cases[] = {{"-24 dBFS, Volume 0.25", -24.0, {{kGain, 0.25f}}, false},
+                          {"-6 dBFS, Volume 1, Input 1", -6.0, {{kGain, 1.0f}, {kInput, 1.0f}}, true}};
+    for (const Case& c : cases) {
+        const std::vector<float> in = sine(220.0, c.level, 3 * kSecond / 2);
+        Settings high = c.settings;
+        high.push_back({kCPU, 1.0f});
+        const std::vector<float> low = render(in, c.settings), hi = render(in, high);
+        EXPECT_TRUE(finiteAndBounded(low, 2.0f) && finiteAndBounded(hi, 2.0f)) << c.what;
+        std::vector<float> d(low.size());
+        for (size_t i = 0; i < low.size(); ++i) d[i] = hi[i] - low[i];
+        const double db = 10.0 * std::log10(meanSquare(d, kSecond / 2, kSecond) / meanSquare(low, kSecond / 2, kSecond));
+        std::printf("CPU high against low, %s: %.1f dB\n", c.what, db);
+        if (c.apart)
+            EXPECT_GT(db, -20.0) << c.what;
+        else
+            EXPECT_LT(db, -60.0) << c.what;
+    }
+}
+
+TEST(AmpSystem, AliasingFallsAsTheOversamplingFactorRises) {
+    // The cabinet out: its top would weigh the aliases by where they land; the stages' aliasing is
+    // what the factor governs.
+    const std::vector<float> in = sine(5000.0, -6.0, 3 * kSecond / 2);
+    double aliasDb[3];
+    for (int i = 0; i < 3; ++i) {
+        const std::vector<float> y = render(in, {{kGain, 1.0f}, {kInput, 1.0f}, {kOversampling, 0.5f * i}, {kCabinet, 0.0f}});
+        EXPECT_TRUE(finiteAndBounded(y, 2.0f));
+        aliasDb[i] = analyse(y, 5000.0).offSeriesDb;
+        std::printf("5 kHz at -6 dBFS, full drive, factor %d: %.1f dB off the harmonic series\n", 2 << i, aliasDb[i]);
+    }
+    EXPECT_GT(aliasDb[0], aliasDb[1] + 3.0);
+    EXPECT_GT(aliasDb[1], aliasDb[2] + 3.0);
+}
+
+TEST(AmpSystem, SwitchingTheFactorWhileAudioRunsLeavesNoNanAndNoGap) {
+    // Two seconds of a 220 Hz tone; the factor steps every 25 blocks (133 ms) through 2, 8, 4, 2, ...
+    const float cycle[] = {0.0f, 1.0f, 0.5f};
+    const std::vector<float> y = render(sine(220.0, -12.0, 2 * kSecond), {}, [&](Instance& plugin, size_t block) {
+        if (block % 25 == 0) plugin.setParameter(kOversampling, cycle[(block / 25) % 3]);
+    });
+    EXPECT_TRUE(finiteAndBounded(y, 1.0f));
+    // After the cabinet's own delay, every 5 ms (a period of 220 Hz) carries signal.
+    const double mean = meanSquare(y, kSecond / 2, kSecond);
+    double quietest = mean;
+    for (size_t at = kSecond / 10; at + 240 <= y.size(); at += 60) quietest = std::fmin(quietest, meanSquare(y, at, 240));
+    EXPECT_GT(quietest, mean * 0.25);
+}
+
+TEST(AmpSystem, CabinetSpreadsAnImpulseOverItsResponse) {
+    // The response to a click at one second, less the same run without it, so that the start-up
+    // settling of the DC block cancels.  Half a second after the click is longer than the cabinet.
+    const size_t at = kSecond, span = kSecond / 2;
+    std::vector<float> click(at + span, 0.0f), none(at + span, 0.0f);
+    click[at] = 0.1f;
+    size_t lengths[2];
+    for (int cabinet = 0; cabinet < 2; ++cabinet) {
+        const std::vector<float> y = render(click, {{kCabinet, float(cabinet)}}), y0 = render(none, {{kCabinet, float(cabinet)}});
+        EXPECT_TRUE(finiteAndBounded(y, 1.0f)) << cabinet;
+        std::vector<float> response(y.begin() + at, y.end());
+        for (size_t i = 0; i < span; ++i) response[i] -= y0[at + i];
+        // Frames until 99.9 % of the energy has arrived, and the share after 9500 frames (8192
+        // taps at 44.1 kHz last 8916 frames at 48 kHz; allow for the filters ahead of them).
+        const double total = meanSquare(response, 0, span) * double(span);
+        double sum = 0;
+        size_t& n = lengths[cabinet];
+        for (n = 0; sum < 0.999 * total; ++n) sum += double(response[n]) * response[n];
+        EXPECT_TRUE(!cabinet || meanSquare(response, 9500, span - 9500) * double(span - 9500) / total < 1e-6);
+    }
+    std::printf("A click: 99.9%% of its energy within %zu frames without the cabinet, %zu with it\n", lengths[0], lengths[1]);
+    EXPECT_LT(lengths[0], 960u);  // 20 ms: the amplifier's own filters ring briefly
+    EXPECT_GT(lengths[1], 5 * lengths[0]);
+}
+
+TEST(AmpSystem, StereoOffCopiesTheFirstChannelAndStereoOnRunsTwoEqualChains) {
+    const std::vector<float> guitar = riff(kSecond), other = sine(330.0, -12.0, kSecond);
+    // Off (the default): the second input is ignored and output 1 is output 0, bit for bit.
+    const Stereo off = render(guitar, other, {});
+    EXPECT_TRUE(finiteAndBounded(off.left, 1.0f));
+    EXPECT_TRUE(off.left == off.right);
+    for (float cpu : {0.0f, 1.0f}) {
+        // On: two buffers with the same samples give the same output from both chains, and the
+        // first chain does not care whether the second runs...
+        const std::vector<float> copy = guitar;
+        const Stereo on = render(guitar, copy, {{kStereo, 1.0f}, {kCPU, cpu}});
+        EXPECT_TRUE(on.left == on.right) << cpu;
+        EXPECT_TRUE(cpu != 0.0f || on.left == off.left);
+        // ...and with different inputs each chain follows its own input as the other would.
+        const Stereo apart = render(guitar, other, {{kStereo, 1.0f}, {kCPU, cpu}});
+        const Stereo swapped = render(other, guitar, {{kStereo, 1.0f}, {kCPU, cpu}});
+        EXPECT_TRUE(apart.left == on.left) << cpu;
+        EXPECT_TRUE(swapped.right == on.left) << cpu;
+        EXPECT_TRUE(apart.right == swapped.left) << cpu;
+        EXPECT_FALSE(apart.left == apart.right) << cpu;
+    }
+}
+
+TEST(AmpSystem, SilenceFollowsTheTailAndEverySwitchStaysFinite) {
+    // Two seconds of riff at full drive, then three of silence: the cabinet lasts 0.19 s and the DC
+    // block's pole at 0.9995 needs 0.4 s more to bring a shift of the tubes' operating point under
+    // a millionth.
+    std::vector<float> in = riff(2 * kSecond);
+    in.resize(5 * kSecond, 0.0f);
+    const std::vector<float> y = render(in, {{kGain, 1.0f}, {kInput, 1.0f}});
+    EXPECT_TRUE(finiteAndBounded(y, 2.0f));
+    size_t lastLoud = 0;
+    for (size_t i = 0; i < y.size(); ++i)
+        if (std::fabs(y[i]) >= 1e-6f) lastLoud = i;
+    EXPECT_LT(lastLoud, 3 * kSecond);
+    // 3 factors x CPU x Cabinet x Stereo x knobs all at 0 or all at 1: 48 runs of a second of riff.
+    in.resize(kSecond);
+    for (float factor : {0.0f, 0.5f, 1.0f})
+        for (int switches = 0; switches < 8; ++switches)
+            for (float knobs : {0.0f, 1.0f}) {
+                const Stereo out = render(in, in, {{kOversampling, factor}, {kCPU, float(switches & 1)},
+                                                   {kCabinet, float((switches >> 1) & 1)}, {kStereo, float(switches >> 2)},
+                                                   {kGain, knobs}, {kFeedback, knobs}, {kVol, knobs}, {kInput, knobs}});
+                EXPECT_TRUE(finiteAndBounded(out.left, 1e30f) && finiteAndBounded(out.right, 1e30f))
+                    << "factor " << factor << " switches " << switches << " knobs " << knobs;
+            }
+}
