@@ -154,15 +154,8 @@ TEST(Newton, MessagesOfInitAndRefusedForms) {
         EXPECT_VRN_MESSAGE(newton.init("N", c.first, context), VRNException, c.second);
     }
     Newton newton;
-    newton.init("N", props({{"RelativeError", "1e-6"}, {"AbsoluteError", "1e-6"}, {"MaxIterations", "10"},
-                            {"FeedbackType", "Positive"}}),
-                context);
     auto inputs = std::make_shared<std::vector<scalar>>(1, 0.0f);
-    EXPECT_VRN_MESSAGE(newton.process(1.0f), VRNException, "Newton: Newton::process Not supported.");
     EXPECT_VRN_MESSAGE(newton.process(inputs, 0, 0), VRNException, "Newton: Iterative processing is not supported.");
-    EXPECT_VRN_MESSAGE(newton.getLastIterationResults(), VRNException,
-                       "Newton: getLastIterationResults is not supported.");
-    EXPECT_VRN_MESSAGE(newton.endIteration(0), VRNException, "Newton: endIteration is not supported.");
     EXPECT_VRN_MESSAGE(newton.setMaxBlockSize(0), VRNException, "Newton: Invalid maxBlockSize0");
 }
 
