@@ -97,25 +97,9 @@ TEST(TubeCurves, TellingRowsAndFeatures) {
         EXPECT_LT(curves[c][last + 1], 260.0f) << static_cast<char>('A' + c);
         EXPECT_NEAR(176.6873, curves[c][index(kGrids[c], 0.0)], 5e-4) << static_cast<char>('A' + c);  // common bias
     }
-    // A: the lowest value at 3.97 V, then a rise of about a millivolt up to 8 V.
-    const size_t lowest = static_cast<size_t>(std::min_element(curves[0].begin(), curves[0].end()) - curves[0].begin());
-    EXPECT_NEAR(3.97, kGrids[0].vinMin + kGrids[0].deltaV * static_cast<double>(lowest), 0.05);
-    EXPECT_GT(curves[0].back() - curves[0][lowest], 0.0005f);
-    EXPECT_LT(curves[0].back() - curves[0][lowest], 0.005f);
     // D and E: the same stage until the grid conducts (18.3 V); D keeps falling from 599 V.
     for (size_t i = 0; i <= index(kGrids[3], 18.3); ++i) ASSERT_NEAR(curves[3][i], curves[4][i], 0.02) << i;
     for (size_t i = 1; i < curves[3].size(); ++i) ASSERT_LT(curves[3][i], curves[3][i - 1]) << i;
-    // E: stretches that rise on the way to below ground (by more than 0.5 V each).
-    int risingStretches = 0;
-    for (size_t i = 1, start = 0; i < curves[4].size(); ++i) {
-        const bool rising = curves[4][i] > curves[4][i - 1];
-        if (rising && start == 0) start = i - 1;
-        if (!rising && start != 0) {
-            if (curves[4][i - 1] - curves[4][start] > 0.5f) ++risingStretches;
-            start = 0;
-        }
-    }
-    EXPECT_GE(risingStretches, 2);
 }
 
 TEST(AmpData, GridTablesTellingRows) {
@@ -154,36 +138,26 @@ TEST(AmpData, CabinetResponseKeepsItsTellingProperties) {
     EXPECT_EQ(44100.0f, ir.samplingRate);
     const std::vector<float>& h = *ir.samples;
     ASSERT_EQ(27776u, h.size());
-    double energy = 0, energy8192 = 0;
-    int peak = 0, last = -1, preNoise = 0;
+    double energy = 0;
+    int peak = 0, last = -1;
     float late = 0;
     for (size_t n = 0; n < h.size(); ++n) {
         const double steps = h[n] * 32768.0;
         EXPECT_EQ(std::round(steps), steps) << n;  // 16-bit audio
         EXPECT_TRUE(h[n] >= -1.0f && h[n] < 1.0f) << n;
         energy += h[n] * static_cast<double>(h[n]);
-        if (n < 8192) energy8192 += h[n] * static_cast<double>(h[n]);
         if (n >= 8192) late = std::max(late, std::fabs(h[n]));
         if (std::fabs(h[n]) > std::fabs(h[peak])) peak = static_cast<int>(n);
         if (h[n] != 0) last = static_cast<int>(n);
-        if (n < 950) preNoise = std::max(preNoise, static_cast<int>(std::fabs(steps)));
     }
     EXPECT_EQ(973, peak);
+    EXPECT_EQ(22614, last);
+    EXPECT_NEAR(4.87106, energy, 0.001 * 4.87106);
+    EXPECT_LE(late, 0.000152587890625f);  // at most 5 steps beyond the 8192 the system uses
     // The values the response keeps exactly, in steps: its first six samples and the eight
     // around the peak (32766 at index 973).
     const float first[6] = {-3, 1, 1, 3, 5, -1};
     for (int n = 0; n < 6; ++n) EXPECT_EQ(first[n] / 32768.0f, h[n]) << n;
     const float pulse[8] = {-20484, -4924, 1349, 13051, 32766, 32150, 26061, 13352};
     for (int k = 0; k < 8; ++k) EXPECT_EQ(pulse[k] / 32768.0f, h[969 + k]) << 969 + k;
-    EXPECT_NEAR(4.87106, energy, 0.001 * 4.87106);
-    EXPECT_NEAR(4.87105, energy8192, 0.001 * 4.87105);
-    EXPECT_LE(late, 0.000152587890625f);  // at most 5 steps beyond index 8191
-    EXPECT_EQ(22614, last);
-    EXPECT_EQ(12455, static_cast<int>(std::count_if(h.begin(), h.end(), [](float v) { return v != 0.0f; })));
-    // Noise of 1 to 6 steps before the pulse, and the pulse starting near index 960.
-    EXPECT_GE(preNoise, 1);
-    EXPECT_LE(preNoise, 6);
-    int onset = 0;
-    while (std::fabs(h[onset]) < 0.01f) ++onset;
-    EXPECT_NEAR(960, onset, 8);
 }

@@ -45,16 +45,15 @@ struct Stereo {
     std::vector<float> left, right;
 };
 
-// Both outputs for two inputs, in blocks of `block`; beforeBlock runs before each block with its
-// index, to turn controls while audio runs.
-Stereo run(Instance& plugin, const std::vector<float>& left, const std::vector<float>& right, size_t block,
-           const BeforeBlock& beforeBlock = nullptr) {
-    Stereo out{std::vector<float>(left.size()), std::vector<float>(left.size())};
-    for (size_t at = 0, b = 0; at < left.size(); at += block, ++b) {
+// Both outputs for the input on both channels, in blocks of `block`; beforeBlock runs before each
+// block with its index, to turn controls while audio runs.
+Stereo run(Instance& plugin, const std::vector<float>& input, size_t block, const BeforeBlock& beforeBlock = nullptr) {
+    Stereo out{std::vector<float>(input.size()), std::vector<float>(input.size())};
+    for (size_t at = 0, b = 0; at < input.size(); at += block, ++b) {
         if (beforeBlock) beforeBlock(plugin, b);
-        float* inputs[2] = {const_cast<float*>(left.data()) + at, const_cast<float*>(right.data()) + at};
+        float* inputs[2] = {const_cast<float*>(input.data()) + at, const_cast<float*>(input.data()) + at};
         float* outputs[2] = {out.left.data() + at, out.right.data() + at};
-        plugin.process(inputs, outputs, static_cast<int32_t>(std::min(block, left.size() - at)));
+        plugin.process(inputs, outputs, static_cast<int32_t>(std::min(block, input.size() - at)));
     }
     return out;
 }
@@ -63,7 +62,7 @@ Stereo run(Instance& plugin, const std::vector<float>& left, const std::vector<f
 std::vector<float> render(const std::vector<float>& input, const Settings& settings, const BeforeBlock& beforeBlock = nullptr) {
     Instance plugin;
     start(plugin, static_cast<float>(kRate), static_cast<int>(kBlock), settings);
-    return run(plugin, input, input, kBlock, beforeBlock).left;
+    return run(plugin, input, kBlock, beforeBlock).left;
 }
 
 std::vector<float> sine(double frequency, double levelDbfs, size_t frames) {
@@ -74,12 +73,6 @@ std::vector<float> sine(double frequency, double levelDbfs, size_t frames) {
 }
 
 double dbfs(double amplitude) { return 20.0 * std::log10(std::fmax(amplitude, 1e-30)); }
-
-double peak(const std::vector<float>& x) {
-    double p = 0;
-    for (float v : x) p = std::fmax(p, std::fabs(double(v)));
-    return p;
-}
 
 // Mean square of x[start .. start + n).
 double meanSquare(const std::vector<float>& x, size_t start, size_t n) {
@@ -138,7 +131,7 @@ Harmonics analyse(const std::vector<float>& x, double f) {
 }  // namespace
 
 TEST(Startup, SilenceInGivesSilenceOutFromTheFirstSampleAndAfterARateChange) {
-    // 100 ms of silence into a new instance, then 200 ms after the host doubled its rate; rates the
+    // 200 ms of silence into a new instance, then again after the host doubled its rate; rates the
     // host cannot play at (found by the dispatcher's fuzz target) are ignored.  -120 dBFS: far
     // below any converter, far above what a settled chain leaves in floats.
     struct Case {
@@ -155,12 +148,11 @@ TEST(Startup, SilenceInGivesSilenceOutFromTheFirstSampleAndAfterARateChange) {
         Instance plugin;
         start(plugin, c.rate, c.block, {{kCabinet, c.cabinet}});
         const std::vector<float> silence(static_cast<size_t>(c.rate / 5.0f), 0.0f);
-        const std::vector<float> first(silence.begin(), silence.begin() + silence.size() / 2);
-        EXPECT_LT(peak(run(plugin, first, first, size_t(c.block)).left), 1e-6);
+        EXPECT_TRUE(finiteAndBounded(run(plugin, silence, size_t(c.block)).left, 1e-6f));
         plugin.dispatch(effMainsChanged, 0, 0);
         plugin.dispatch(effSetSampleRate, 0, 0, nullptr, c.newRate);
         plugin.dispatch(effMainsChanged, 0, 1);
-        EXPECT_LT(peak(run(plugin, silence, silence, size_t(c.block)).left), 1e-6);
+        EXPECT_TRUE(finiteAndBounded(run(plugin, silence, size_t(c.block)).left, 1e-6f));
     }
 }
 
@@ -208,18 +200,19 @@ TEST(Startup, TheFirstBlockAfterAResumeAllocatesNothing) {
     }
 }
 
-TEST(AmpSystem, LevelAndDistortionRiseWithDrive) {
+TEST(AmpSystem, LevelAndDistortionRiseWithDriveAndTheCpuModesPartOnlyThen) {
     const float volumes[] = {0.25f, 0.5f, 0.75f, 1.0f};
     const double levels[] = {-24.0, -12.0, -6.0};
+    std::vector<float> y[2][4][3];
     for (int cpu = 0; cpu < 2; ++cpu) {
         double thd[4][3], out[4][3];
         for (int v = 0; v < 4; ++v) {
             std::printf("220 Hz, %s CPU, Volume %.2f: output (dBFS) / THD (dB) at -24, -12, -6 dBFS in:", cpu ? "high" : "low",
                         volumes[v]);
             for (int l = 0; l < 3; ++l) {
-                const std::vector<float> y = render(sine(220.0, levels[l], 3 * kSecond / 2), {{kGain, volumes[v]}, {kCPU, float(cpu)}});
-                EXPECT_TRUE(finiteAndBounded(y, 1.0f)) << volumes[v] << " " << levels[l] << " CPU " << cpu;
-                const Harmonics h = analyse(y, 220.0);
+                y[cpu][v][l] = render(sine(220.0, levels[l], 3 * kSecond / 2), {{kGain, volumes[v]}, {kCPU, float(cpu)}});
+                EXPECT_TRUE(finiteAndBounded(y[cpu][v][l], 1.0f)) << volumes[v] << " " << levels[l] << " CPU " << cpu;
+                const Harmonics h = analyse(y[cpu][v][l], 220.0);
                 out[v][l] = dbfs(h.fundamental);
                 thd[v][l] = h.thdDb;
                 std::printf("  %.2f / %.2f", out[v][l], thd[v][l]);
@@ -239,37 +232,20 @@ TEST(AmpSystem, LevelAndDistortionRiseWithDrive) {
                 EXPECT_LT(thd[v][l], thd[v + 1][l] + (cpu ? 0.5 : 0.0)) << volumes[v] << " " << levels[l] << " CPU " << cpu;
         EXPECT_GT(thd[3][2] - thd[0][0], 20.0) << "CPU " << cpu;  // the cleanest and the most driven
     }
-}
-
-TEST(AmpSystem, CpuModesAgreeForSmallSignalsAndPartAtFullDrive) {
-    // Without grid current the two branches are the same networks and the same curves; with it,
-    // the loaded networks and the high-CPU curves change the sound audibly.
-    struct Case {
-        const char* what;
-        double level;
-        Settings settings;
-        bool apart;
+    // The CPU modes: without grid current (the quietest row) the two branches are the same
+    // networks and the same curves; with it (the loudest), the loaded networks and the high-CPU
+    // curves change the sound audibly.  The difference over the last second, against the low mode.
+    auto apart = [&](int v, int l) {
+        std::vector<float> d(y[0][v][l].size());
+        for (size_t i = 0; i < d.size(); ++i) d[i] = y[1][v][l][i] - y[0][v][l][i];
+        return 10.0 * std::log10(meanSquare(d, kSecond / 2, kSecond) / meanSquare(y[0][v][l], kSecond / 2, kSecond));
     };
-    const Case cases[] = {{"-24 dBFS, Volume 0.25", -24.0, {{kGain, 0.25f}}, false},
-                          {"-6 dBFS, Volume 1, Input 1", -6.0, {{kGain, 1.0f}, {kInput, 1.0f}}, true}};
-    for (const Case& c : cases) {
-        const std::vector<float> in = sine(220.0, c.level, 3 * kSecond / 2);
-        Settings high = c.settings;
-        high.push_back({kCPU, 1.0f});
-        const std::vector<float> low = render(in, c.settings), hi = render(in, high);
-        EXPECT_TRUE(finiteAndBounded(low, 2.0f) && finiteAndBounded(hi, 2.0f)) << c.what;
-        std::vector<float> d(low.size());
-        for (size_t i = 0; i < low.size(); ++i) d[i] = hi[i] - low[i];
-        const double db = 10.0 * std::log10(meanSquare(d, kSecond / 2, kSecond) / meanSquare(low, kSecond / 2, kSecond));
-        std::printf("CPU high against low, %s: %.1f dB\n", c.what, db);
-        if (c.apart)
-            EXPECT_GT(db, -20.0) << c.what;
-        else
-            EXPECT_LT(db, -60.0) << c.what;
-    }
+    std::printf("CPU high against low: %.1f dB at Volume 0.25, -24 dBFS; %.1f dB at Volume 1, -6 dBFS\n", apart(0, 0), apart(3, 2));
+    EXPECT_LT(apart(0, 0), -60.0);
+    EXPECT_GT(apart(3, 2), -20.0);
 }
 
-TEST(AmpSystem, AliasingFallsAsTheOversamplingFactorRises) {
+TEST(AmpSystem, AliasingFallsAsTheFactorRisesAndSwitchingItLeavesNoGap) {
     // The cabinet out: its top would weigh the aliases by where they land; the stages' aliasing is
     // what the factor governs.
     const std::vector<float> in = sine(5000.0, -6.0, 3 * kSecond / 2);
@@ -282,9 +258,7 @@ TEST(AmpSystem, AliasingFallsAsTheOversamplingFactorRises) {
     }
     EXPECT_GT(aliasDb[0], aliasDb[1] + 3.0);
     EXPECT_GT(aliasDb[1], aliasDb[2] + 3.0);
-}
 
-TEST(AmpSystem, SwitchingTheFactorWhileAudioRunsLeavesNoNanAndNoGap) {
     // Two seconds of a 220 Hz tone; the factor steps every 25 blocks (133 ms) through 2, 8, 4, 2, ...
     const float cycle[] = {0.0f, 1.0f, 0.5f};
     const std::vector<float> y = render(sine(220.0, -12.0, 2 * kSecond), {}, [&](Instance& plugin, size_t block) {
@@ -331,10 +305,7 @@ TEST(AmpSystem, SilenceFollowsTheTailAndEverySwitchStaysFinite) {
     in.resize(5 * kSecond, 0.0f);
     const std::vector<float> y = render(in, {{kGain, 1.0f}, {kInput, 1.0f}});
     EXPECT_TRUE(finiteAndBounded(y, 2.0f));
-    size_t lastLoud = 0;
-    for (size_t i = 0; i < y.size(); ++i)
-        if (std::fabs(y[i]) >= 1e-6f) lastLoud = i;
-    EXPECT_LT(lastLoud, 3 * kSecond);
+    EXPECT_TRUE(finiteAndBounded(std::vector<float>(y.begin() + 3 * kSecond, y.end()), 1e-6f));
     // 3 factors x CPU x Cabinet x Stereo x knobs all at 0 or all at 1: 48 runs of a second of it.
     in.resize(kSecond);
     for (float factor : {0.0f, 0.5f, 1.0f})
@@ -344,7 +315,7 @@ TEST(AmpSystem, SilenceFollowsTheTailAndEverySwitchStaysFinite) {
                 start(plugin, static_cast<float>(kRate), static_cast<int>(kBlock),
                       {{kOversampling, factor}, {kCPU, float(switches & 1)}, {kCabinet, float((switches >> 1) & 1)},
                        {kStereo, float(switches >> 2)}, {kGain, knobs}, {kFeedback, knobs}, {kVol, knobs}, {kInput, knobs}});
-                const Stereo out = run(plugin, in, in, kBlock);
+                const Stereo out = run(plugin, in, kBlock);
                 EXPECT_TRUE(finiteAndBounded(out.left, 1e30f) && finiteAndBounded(out.right, 1e30f))
                     << "factor " << factor << " switches " << switches << " knobs " << knobs;
             }
