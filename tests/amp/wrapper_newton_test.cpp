@@ -12,10 +12,8 @@
 #include "amp/OrmFactory.h"
 #include "engine/Context.h"
 #include "engine/DSPGraph.h"
-#include "filters/FirstOrderIIR.h"
-#include "filters/Gain.h"
-#include "filters/LookupTableFilter.h"
-#include "support/TestSupport.h"
+#include "engine/Driver.h"
+#include "filters/BiQuad.h"
 
 using namespace vrn;
 
@@ -37,9 +35,7 @@ TEST(FilterWrapper, DeliversPropertiesAtWiringAndRunsInADescribedSystem) {
     auto context = std::make_shared<DSPContext>();
     FilterWrapper alone;
     alone.init("VC", props({{"PropertyNames", "Wiper|Missing|Bad"}, {"Wiper", "0.25"}, {"Bad", "x1"}}), context);
-    EXPECT_EQ(2u, alone.getWrappedProperties().size());
-    EXPECT_EQ(0.0f, alone.getWrappedProperties().at("Bad"));
-    EXPECT_EQ(0.25f, alone.getWrappedProperties().at("Wiper"));
+    EXPECT_EQ((std::unordered_map<std::string, scalar>{{"Wiper", 0.25f}, {"Bad", 0.0f}}), alone.getWrappedProperties());
     alone.propertyChanged("Wiper", 0.75f);
     auto network = std::make_shared<VolumeControl>();
     alone.setCalculator(network);
@@ -49,7 +45,6 @@ TEST(FilterWrapper, DeliversPropertiesAtWiringAndRunsInADescribedSystem) {
     alone.propertyChanged("Wiper", 0.5f);
     EXPECT_EQ(0.5, network->getWiper());
     EXPECT_EQ(0.75f, alone.getWrappedProperties().at("Wiper"));
-    EXPECT_TRUE(dynamic_cast<BasicFilterMeta*>(alone.getMeta().get()));
 
     std::istringstream xml(
         "<System><Graphs><Graph Name=\"Net\" Type=\"DSP\"><NumberOfInputs>1</NumberOfInputs>"
@@ -87,23 +82,6 @@ TEST(FilterWrapper, DeliversPropertiesAtWiringAndRunsInADescribedSystem) {
     wrapper->reset();
     driver->process(inputs, 64);
     for (size_t i = 0; i < in.size(); ++i) EXPECT_EQ(reference.process(in[i]), driver->getOutputs()[0][i]) << i;
-}
-
-TEST(Newton, RefusesAnIncompleteDescriptionAndAnEmptyBlock) {
-    auto context = std::make_shared<DSPContext>();
-    const std::pair<Properties, const char*> cases[] = {
-        {props({{"AbsoluteError", "1e-6"}, {"MaxIterations", "10"}}), "Newton: N missing RelativeError"},
-        {props({{"RelativeError", "1e-6"}, {"AbsoluteError", "1e-6"}, {"MaxIterations", "10"}}),
-         "Newton: FeedbackType must be specified"},
-        {props({{"RelativeError", "1e-6"}, {"AbsoluteError", "1e-6"}, {"MaxIterations", "10"}, {"FeedbackType", "Sideways"}}),
-         "Newton: Unknown FeedbackType: Sideways"},
-    };
-    for (const auto& c : cases) {
-        Newton newton;
-        EXPECT_VRN_MESSAGE(newton.init("N", c.first, context), VRNException, c.second);
-    }
-    Newton newton;
-    EXPECT_VRN_MESSAGE(newton.setMaxBlockSize(0), VRNException, "Newton: Invalid maxBlockSize0");
 }
 
 namespace {

@@ -1,8 +1,8 @@
 // The complete amplifier through its VST2 interface, as a host runs it (48 kHz, blocks of 256,
 // default controls unless a row says otherwise): start-up and rate changes out of silence, knobs
 // moved by automation, level and harmonic distortion against drive, the CPU modes, aliasing against
-// the oversampling factor, the cabinet, the tail and every switch combination (the stereo switch's
-// routing is the plugin suite's).  Figures are printed; the assertions hold whatever the tube data.
+// the oversampling factor, the cabinet and the tail (the switches' routing and their every position:
+// the plugin suite).  Figures are printed; the assertions hold whatever the exact tube data.
 //
 // Spectra are plain DFTs over one-second windows: 220 Hz and 5 kHz complete whole periods, so every
 // harmonic (and every alias, on a multiple of 1 kHz) falls exactly on a bin, with no window function.
@@ -41,18 +41,14 @@ void start(Instance& plugin, float rate, int block, const Settings& settings) {
     plugin.dispatch(effMainsChanged, 0, 1);
 }
 
-struct Stereo {
-    std::vector<float> left, right;
-};
-
-// Both outputs for the input on both channels, in blocks of `block`; beforeBlock runs before each
+// Output 0 for the input on both channels, in blocks of `block`; beforeBlock runs before each
 // block with its index, to turn controls while audio runs.
-Stereo run(Instance& plugin, const std::vector<float>& input, size_t block, const BeforeBlock& beforeBlock = nullptr) {
-    Stereo out{std::vector<float>(input.size()), std::vector<float>(input.size())};
+std::vector<float> run(Instance& plugin, const std::vector<float>& input, size_t block, const BeforeBlock& beforeBlock = nullptr) {
+    std::vector<float> out(input.size()), right(block);
     for (size_t at = 0, b = 0; at < input.size(); at += block, ++b) {
         if (beforeBlock) beforeBlock(plugin, b);
         float* inputs[2] = {const_cast<float*>(input.data()) + at, const_cast<float*>(input.data()) + at};
-        float* outputs[2] = {out.left.data() + at, out.right.data() + at};
+        float* outputs[2] = {out.data() + at, right.data()};
         plugin.process(inputs, outputs, static_cast<int32_t>(std::min(block, input.size() - at)));
     }
     return out;
@@ -62,7 +58,7 @@ Stereo run(Instance& plugin, const std::vector<float>& input, size_t block, cons
 std::vector<float> render(const std::vector<float>& input, const Settings& settings, const BeforeBlock& beforeBlock = nullptr) {
     Instance plugin;
     start(plugin, static_cast<float>(kRate), static_cast<int>(kBlock), settings);
-    return run(plugin, input, kBlock, beforeBlock).left;
+    return run(plugin, input, kBlock, beforeBlock);
 }
 
 std::vector<float> sine(double frequency, double levelDbfs, size_t frames) {
@@ -100,26 +96,21 @@ double amplitudeAt(const std::vector<float>& x, double frequency) {
     return std::hypot(re, im) * (frequency == 0.0 ? 1.0 : 2.0) / double(kSecond);
 }
 
-struct Harmonics {
-    double fundamental = 0, thdDb = 0, offSeriesDb = 0;  // off the series: aliases and noise
-};
-
-// The last second of x against the harmonic series of f (below 24 kHz), DC included.
-Harmonics analyse(const std::vector<float>& x, double f) {
+// Over the last second of x against the harmonic series of f (below 24 kHz), DC included: the
+// fundamental's peak amplitude, the THD and the energy off the series (aliases, noise), in dB.
+void analyse(const std::vector<float>& x, double f, double& fundamental, double& thdDb, double& offSeriesDb) {
     const double dc = amplitudeAt(x, 0.0);
     double harmonics = 0, series = dc * dc;
-    Harmonics h;
     for (int k = 1; k * f < kRate / 2; ++k) {
         const double a = amplitudeAt(x, k * f);
         if (k == 1)
-            h.fundamental = a;
+            fundamental = a;
         else
             harmonics += 0.5 * a * a;
         series += 0.5 * a * a;
     }
-    h.thdDb = 10.0 * std::log10(harmonics / (0.5 * h.fundamental * h.fundamental));
-    h.offSeriesDb = 10.0 * std::log10((meanSquare(x, x.size() - kSecond, kSecond) - series) / series);
-    return h;
+    thdDb = 10.0 * std::log10(harmonics / (0.5 * fundamental * fundamental));
+    offSeriesDb = 10.0 * std::log10((meanSquare(x, x.size() - kSecond, kSecond) - series) / series);
 }
 
 ::testing::AssertionResult finiteAndBounded(const std::vector<float>& x, float bound) {
@@ -148,11 +139,11 @@ TEST(Startup, SilenceInGivesSilenceOutFromTheFirstSampleAndAfterARateChange) {
         Instance plugin;
         start(plugin, c.rate, c.block, {{kCabinet, c.cabinet}});
         const std::vector<float> silence(static_cast<size_t>(c.rate / 5.0f), 0.0f);
-        EXPECT_TRUE(finiteAndBounded(run(plugin, silence, size_t(c.block)).left, 1e-6f));
+        EXPECT_TRUE(finiteAndBounded(run(plugin, silence, size_t(c.block)), 1e-6f));
         plugin.dispatch(effMainsChanged, 0, 0);
         plugin.dispatch(effSetSampleRate, 0, 0, nullptr, c.newRate);
         plugin.dispatch(effMainsChanged, 0, 1);
-        EXPECT_TRUE(finiteAndBounded(run(plugin, silence, size_t(c.block)).left, 1e-6f));
+        EXPECT_TRUE(finiteAndBounded(run(plugin, silence, size_t(c.block)), 1e-6f));
     }
 }
 
@@ -212,9 +203,9 @@ TEST(AmpSystem, LevelAndDistortionRiseWithDriveAndTheCpuModesPartOnlyThen) {
             for (int l = 0; l < 3; ++l) {
                 y[cpu][v][l] = render(sine(220.0, levels[l], 3 * kSecond / 2), {{kGain, volumes[v]}, {kCPU, float(cpu)}});
                 EXPECT_TRUE(finiteAndBounded(y[cpu][v][l], 1.0f)) << volumes[v] << " " << levels[l] << " CPU " << cpu;
-                const Harmonics h = analyse(y[cpu][v][l], 220.0);
-                out[v][l] = dbfs(h.fundamental);
-                thd[v][l] = h.thdDb;
+                double fundamental, offSeries;
+                analyse(y[cpu][v][l], 220.0, fundamental, thd[v][l], offSeries);
+                out[v][l] = dbfs(fundamental);
                 std::printf("  %.2f / %.2f", out[v][l], thd[v][l]);
             }
             std::printf("\n");
@@ -253,7 +244,8 @@ TEST(AmpSystem, AliasingFallsAsTheFactorRisesAndSwitchingItLeavesNoGap) {
     for (int i = 0; i < 3; ++i) {
         const std::vector<float> y = render(in, {{kGain, 1.0f}, {kInput, 1.0f}, {kOversampling, 0.5f * i}, {kCabinet, 0.0f}});
         EXPECT_TRUE(finiteAndBounded(y, 2.0f));
-        aliasDb[i] = analyse(y, 5000.0).offSeriesDb;
+        double fundamental, thd;
+        analyse(y, 5000.0, fundamental, thd, aliasDb[i]);
         std::printf("5 kHz at -6 dBFS, full drive, factor %d: %.1f dB off the harmonic series\n", 2 << i, aliasDb[i]);
     }
     EXPECT_GT(aliasDb[0], aliasDb[1] + 3.0);
@@ -297,7 +289,7 @@ TEST(AmpSystem, CabinetSpreadsAnImpulseOverItsResponse) {
     EXPECT_GT(lengths[1], 5 * lengths[0]);
 }
 
-TEST(AmpSystem, SilenceFollowsTheTailAndEverySwitchStaysFinite) {
+TEST(AmpSystem, SilenceFollowsTheTail) {
     // Two seconds of a tone at full drive, then three of silence: the cabinet lasts 0.19 s and the
     // DC block's pole at 0.9995 needs 0.4 s more to bring a shift of the tubes' operating point
     // under a millionth.
@@ -306,17 +298,4 @@ TEST(AmpSystem, SilenceFollowsTheTailAndEverySwitchStaysFinite) {
     const std::vector<float> y = render(in, {{kGain, 1.0f}, {kInput, 1.0f}});
     EXPECT_TRUE(finiteAndBounded(y, 2.0f));
     EXPECT_TRUE(finiteAndBounded(std::vector<float>(y.begin() + 3 * kSecond, y.end()), 1e-6f));
-    // 3 factors x CPU x Cabinet x Stereo x knobs all at 0 or all at 1: 48 runs of a second of it.
-    in.resize(kSecond);
-    for (float factor : {0.0f, 0.5f, 1.0f})
-        for (int switches = 0; switches < 8; ++switches)
-            for (float knobs : {0.0f, 1.0f}) {
-                Instance plugin;
-                start(plugin, static_cast<float>(kRate), static_cast<int>(kBlock),
-                      {{kOversampling, factor}, {kCPU, float(switches & 1)}, {kCabinet, float((switches >> 1) & 1)},
-                       {kStereo, float(switches >> 2)}, {kGain, knobs}, {kFeedback, knobs}, {kVol, knobs}, {kInput, knobs}});
-                const Stereo out = run(plugin, in, kBlock);
-                EXPECT_TRUE(finiteAndBounded(out.left, 1e30f) && finiteAndBounded(out.right, 1e30f))
-                    << "factor " << factor << " switches " << switches << " knobs " << knobs;
-            }
 }
