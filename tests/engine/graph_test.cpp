@@ -15,34 +15,26 @@ using orm_test::loadSystem;
 
 namespace {
 
-// y = x − G(previous), G = gain·y: a loop through a DifferentialFilter and a Gain.
-std::string loopGraph(const std::string& graphProperties, const std::string& gain = "-0.5") {
+// y = x − G·(what G reads): G reads D itself (a one-sample loop where the method allows it) or
+// R, a Relaxation of D (Iterative only), which the method drives to the fixed point.
+std::string loopGraph(const std::string& graphProperties, const std::string& through = "D") {
     return "<System><Graphs><Graph Name=\"Loop\" Type=\"DSP\">" + graphProperties +
            "<NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>"
            "<Element Type=\"DifferentialFilter\" Name=\"D\"><Properties Gain=\"1\"/><Inputs>"
            "<Input Port=\"plus\" Element=\"Graph\" Output=\"0\"/><Input Port=\"minus\" Element=\"G\" Output=\"out\"/>"
            "</Inputs></Element>"
-           "<Element Type=\"Gain\" Name=\"G\"><Properties Gain=\"" + gain + "\"/><Inputs>"
-           "<Input Port=\"in\" Element=\"D\" Output=\"out\"/></Inputs></Element>"
+           "<Element Type=\"Gain\" Name=\"G\"><Properties Gain=\"-0.5\"/><Inputs>"
+           "<Input Port=\"in\" Element=\"" + through + "\" Output=\"out\"/></Inputs></Element>" +
+           (through == "R" ? "<Element Type=\"Relaxation\" Name=\"R\"><Properties Relaxation=\"0.5\"/><Inputs>"
+                             "<Input Port=\"in\" Element=\"D\" Output=\"out\"/></Inputs></Element>" : "") +
            "<Output><Node Name=\"out\" Element=\"D\" Port=\"out\"/></Output></Graph></Graphs>"
            "<Outputs><Output Graph=\"Loop\" Node=\"out\"/></Outputs></System>";
 }
 
-// x = 0.5·x + 1, iterated to its fixed point 2 through a Relaxation.
+// x = 0.5·x + 1, iterated to its fixed point 2.
 std::string fixedPointGraph(const std::string& maxIterations) {
-    return "<System><Graphs><Graph Name=\"Fix\" Type=\"DSP\">"
-           "<Properties ProcessingMethod=\"Iterative\" RelativeTollerance=\"1e-6\" AbsoluteTollerance=\"1e-6\""
-           " MaxIterations=\"" + maxIterations + "\"/>"
-           "<NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>"
-           "<Element Type=\"DifferentialFilter\" Name=\"D\"><Properties Gain=\"1\"/><Inputs>"
-           "<Input Port=\"plus\" Element=\"Graph\" Output=\"0\"/><Input Port=\"minus\" Element=\"G\" Output=\"out\"/>"
-           "</Inputs></Element>"
-           "<Element Type=\"Gain\" Name=\"G\"><Properties Gain=\"-0.5\"/><Inputs>"
-           "<Input Port=\"in\" Element=\"R\" Output=\"out\"/></Inputs></Element>"
-           "<Element Type=\"Relaxation\" Name=\"R\"><Properties Relaxation=\"0.5\"/><Inputs>"
-           "<Input Port=\"in\" Element=\"D\" Output=\"out\"/></Inputs></Element>"
-           "<Output><Node Name=\"out\" Element=\"D\" Port=\"out\"/></Output></Graph></Graphs>"
-           "<Outputs><Output Graph=\"Fix\" Node=\"out\"/></Outputs></System>";
+    return loopGraph("<Properties ProcessingMethod=\"Iterative\" RelativeTollerance=\"1e-6\" AbsoluteTollerance=\"1e-6\""
+                     " MaxIterations=\"" + maxIterations + "\"/>", "R");
 }
 
 std::vector<scalar> run(const std::shared_ptr<Driver>& driver, std::vector<scalar> input, int output = 0) {
@@ -81,16 +73,6 @@ TEST(DSPGraph, IterativeConvergesToTheFixedPoint) {
     auto single = loadSystem(fixedPointGraph("1"));
     single->setMaxBlockSize(4);
     EXPECT_FLOAT_EQ(1.0f, run(single, {1})[0]);
-
-    EXPECT_EQ("DSPGraph: MaxIterations is not defined.",
-              loadError("<System><Graphs><Graph Name=\"X\" Type=\"DSP\"><Properties ProcessingMethod=\"Iterative\""
-                        " RelativeTollerance=\"1\" AbsoluteTollerance=\"1\"/></Graph></Graphs></System>"));
-    EXPECT_EQ("DSPGraph: RelativeTollerance must be greater than 0. relativeTollerance=-1",
-              loadError("<System><Graphs><Graph Name=\"X\" Type=\"DSP\"><Properties ProcessingMethod=\"Iterative\""
-                        " RelativeTollerance=\"-1\"/></Graph></Graphs></System>"));
-    EXPECT_EQ("DSPGraph: Invalid ProcessingMethod property block",
-              loadError("<System><Graphs><Graph Name=\"X\" Type=\"DSP\"><Properties ProcessingMethod=\"block\"/>"
-                        "</Graph></Graphs></System>"));
 }
 
 TEST(DSPGraph, RunningOrderFollowsTheWiresNotTheDocument) {
@@ -190,10 +172,6 @@ TEST(DSPGraph, BlockLimitsAndZeroFrames) {
     run(sequential, {});  // no frames: the state stays
     EXPECT_FLOAT_EQ(1.0f, run(sequential, {1})[0]);
 
-    std::string noInputs = orm_test::gainGraph("A", "System", "0");
-    noInputs.replace(noInputs.find("<NumberOfInputs>1"), 17, "<NumberOfInputs>0");
-    EXPECT_EQ("Invalid number of outputs for DSPGraph A, number of outputs: 1",
-              loadError(orm_test::systemOf(noInputs, "")));
 }
 
 TEST(Buffer, SlidesItsWindowForward) {
