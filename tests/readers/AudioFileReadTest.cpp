@@ -148,47 +148,35 @@ TEST(AudioFileRead, EveryFormatReadsBackExactly) {
     }
 }
 
-TEST(AudioFileRead, ReadsStopAtTheFileOrTheBuffer) {
-    Bytes samples;
-    for (int v : {-32768, 32767, 0, 1, -1, 16384, 100, -100}) put16(samples, static_cast<uint32_t>(v));
-    std::string path = writeTemp("mono16.wav", wav(formatBody(1, 1, 44100, 16), samples));
-    AudioFileRead reader(path);
-    reader.openFile();
-    EXPECT_EQ(reader.getDataOffset(), 44);
-    // Longer than the file: reading stops at the file's end, the rest of the buffer stays.
-    StkFrames frames(12, 1);
-    for (size_t i = 0; i < 12; ++i) frames[i] = 7.0f;
-    reader.read(frames);
-    EXPECT_EQ(frames[7], -100.0f / 32768.0f);
-    EXPECT_EQ(frames[8], 7.0f);
-    EXPECT_EQ(frames[11], 7.0f);
-    // Shorter than the file: only what fits.
-    StkFrames few(3, 1);
-    reader.read(few);
-    EXPECT_EQ(few[2], 0.0f);
-    std::remove(path.c_str());
-}
-
-TEST(AudioFileRead, ChunkWalkingAndFrameCount) {
+TEST(AudioFileRead, ChunkWalkingAndReadLengths) {
     Bytes samples;
     for (int i = 0; i < 16; ++i) put16(samples, static_cast<uint32_t>(i * 1000));
     // An even chunk in front of "fmt " and an odd one, with its pad byte, in front of "data".
-    Bytes chunks = chunk("JUNK", Bytes(6, 0xee));
-    append(chunks, chunk("fmt ", formatBody(1, 1, 48000, 16)));
-    append(chunks, chunk("LIST", Bytes(5, 0xdd), true));
-    append(chunks, chunk("data", samples));
+    Bytes chunks = cat({chunk("JUNK", Bytes(6, 0xee)), chunk("fmt ", formatBody(1, 1, 48000, 16)),
+                        chunk("LIST", Bytes(5, 0xdd), true), chunk("data", samples)});
     std::string path = writeTemp("chunks.wav", riff(chunks));
     AudioFileRead reader(path);
     reader.openFile();
+    EXPECT_EQ(reader.getDataOffset(), 12 + 14 + 24 + 14 + 8);
     EXPECT_EQ(reader.getFileSize(), 16u);
-    StkFrames frames(16, 1);
+    // Longer than the file: reading stops at the file's end, the rest of the buffer stays.
+    StkFrames frames(20, 1);
+    for (size_t i = 0; i < 20; ++i) frames[i] = 7.0f;
     reader.read(frames);
     EXPECT_EQ(frames[15], 15000.0f / 32768.0f);
+    EXPECT_EQ(frames[16], 7.0f);
+    EXPECT_EQ(frames[19], 7.0f);
+    // Shorter than the file: only what fits, from the start again.
+    StkFrames few(3, 1), none(0, 1), stereo(8, 2);
+    reader.read(few);
+    EXPECT_EQ(few[2], 2000.0f / 32768.0f);
+    EXPECT_EQ(messageOf([&] { reader.read(none); }), "AudioFileRead::read: StkFrames buffer size is zero ... no data read!");
+    EXPECT_EQ(messageOf([&] { reader.read(stereo); }),
+              "AudioFileRead::read: StkFrames argument has incompatible number of channels!");
+    std::remove(path.c_str());
 
     // In front of "fmt " an odd chunk is skipped without its pad byte: the walk misaligns.
-    Bytes odd = chunk("JUNK", Bytes(5, 0), true);
-    append(odd, chunk("fmt ", formatBody(1, 1, 48000, 16)));
-    append(odd, chunk("data", samples));
+    Bytes odd = cat({chunk("JUNK", Bytes(5, 0), true), chunk("fmt ", formatBody(1, 1, 48000, 16)), chunk("data", samples)});
     EXPECT_NE(failureOf(riff(odd)), "(no failure)");
 }
 
@@ -272,27 +260,20 @@ TEST(AudioFileRead, FailureMessagesFromCraftedFiles) {
                   "AudioFileRead " + std::to_string(s.marker) + " Error while trying to read from the stream.")
             << s.bits;
     }
-
-    std::string path = writeTemp("good.wav", wav(formatBody(1, 1, 44100, 16), Bytes(16, 0)));
-    AudioFileRead reader(path);
-    reader.openFile();
-    StkFrames none(0, 1), stereo(8, 2);
-    EXPECT_EQ(messageOf([&] { reader.read(none); }), "AudioFileRead::read: StkFrames buffer size is zero ... no data read!");
-    EXPECT_EQ(messageOf([&] { reader.read(stereo); }),
-              "AudioFileRead::read: StkFrames argument has incompatible number of channels!");
-    std::remove(path.c_str());
 }
 
 TEST(ResourceReaders, FilesAndTheirFailures) {
     auto fileFailure = [](const std::string& path) { return messageOf([&] { vrn::FileReader reader(path); }); };
-    std::string missing = tempPath("missing.wav");
-    EXPECT_EQ(fileFailure(missing), "Cannot find file with name: " + missing);
-    std::string empty = writeTemp("empty.wav", {});
-    EXPECT_EQ(fileFailure(empty), "FileReader: Empty file " + empty);
+    const std::string missing = tempPath("missing.wav"), empty = writeTemp("empty.wav", {});
+    // Files of /proc, and folders, have no length that a seek could tell.
+    const std::pair<std::string, std::string> cases[] = {
+        {missing, "Cannot find file with name: " + missing},
+        {empty, "FileReader: Empty file " + empty},
+        {"/proc/self/status", "FileReader: Cannot determine length of the file /proc/self/status"},
+        {"/", "FileReader: Cannot determine length of the file /"},
+    };
+    for (const auto& [path, message] : cases) EXPECT_EQ(fileFailure(path), message);
     std::remove(empty.c_str());
-    // Files of /proc have no length that a seek could tell.
-    EXPECT_EQ(fileFailure("/proc/self/status"), "FileReader: Cannot determine length of the file /proc/self/status");
-    EXPECT_EQ(fileFailure("/"), "FileReader: Cannot determine length of the file /");
     // sysfs reports a page as the size of a file that holds a few bytes.
     if (access("/sys/devices/system/cpu/online", R_OK) == 0) {
         std::string message = fileFailure("/sys/devices/system/cpu/online");
