@@ -1,8 +1,12 @@
-// The Driver: graph order, rates and block sizes from the multiplier chain, control delivery,
-// refusals, and no allocation in steady state.
+// DSP graphs and the Driver: running orders, the three processing methods with feedback, Off and
+// Bypass requests, rates and block sizes from the multiplier chain, control delivery, refusals.
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
+#include "engine/Buffer.h"
+#include "engine/DSPGraph.h"
 #include "support/TestSupport.h"
 
 using namespace vrn;
@@ -13,7 +17,29 @@ using orm_test::systemOf;
 
 namespace {
 
-// A graph that subtracts the outputs of two other graphs.
+// y = x − G·(what G reads): G reads D itself (a one-sample loop where the method allows it) or
+// R, a Relaxation of D (Iterative only), which the method drives to the fixed point.
+std::string loopGraph(const std::string& graphProperties, const std::string& through = "D") {
+    return "<System><Graphs><Graph Name=\"Loop\" Type=\"DSP\">" + graphProperties +
+           "<NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>"
+           "<Element Type=\"DifferentialFilter\" Name=\"D\"><Properties Gain=\"1\"/><Inputs>"
+           "<Input Port=\"plus\" Element=\"Graph\" Output=\"0\"/><Input Port=\"minus\" Element=\"G\" Output=\"out\"/>"
+           "</Inputs></Element>"
+           "<Element Type=\"Gain\" Name=\"G\"><Properties Gain=\"-0.5\"/><Inputs>"
+           "<Input Port=\"in\" Element=\"" + through + "\" Output=\"out\"/></Inputs></Element>" +
+           (through == "R" ? "<Element Type=\"Relaxation\" Name=\"R\"><Properties Relaxation=\"0.5\"/><Inputs>"
+                             "<Input Port=\"in\" Element=\"D\" Output=\"out\"/></Inputs></Element>" : "") +
+           "<Output><Node Name=\"out\" Element=\"D\" Port=\"out\"/></Output></Graph></Graphs>"
+           "<Outputs><Output Graph=\"Loop\" Node=\"out\"/></Outputs></System>";
+}
+
+// x = 0.5·x + 1, iterated to its fixed point 2.
+std::string fixedPointGraph(const std::string& maxIterations) {
+    return loopGraph("<Properties ProcessingMethod=\"Iterative\" RelativeTollerance=\"1e-6\" AbsoluteTollerance=\"1e-6\""
+                     " MaxIterations=\"" + maxIterations + "\"/>", "R");
+}
+
+// A graph that subtracts the outputs of two other graphs (of the host when they are "System").
 std::string twoInputs(const std::string& name, const std::string& first, const std::string& second) {
     return "<Graph Name=\"" + name + "\" Type=\"DSP\"><NumberOfInputs>2</NumberOfInputs><Inputs>"
            "<Input Graph=\"" + first + "\" Node=\"out\"/><Input Graph=\"" + second + "\" Node=\"out\"/></Inputs>"
@@ -22,14 +48,26 @@ std::string twoInputs(const std::string& name, const std::string& first, const s
            "</Inputs></Element><Output><Node Name=\"out\" Element=\"G\" Port=\"out\"/></Output></Graph>";
 }
 
+// A Gain graph reading node "out" (channel 0 of the host) with this multiplier.
 std::string up(const std::string& name, const std::string& source, const char* multiplier) {
     return gainGraph(name, source, "out", 1.0, std::string("Multiplier=\"") + multiplier + "\"");
 }
 
 // Up ×2, Mid, Down ×0.5, Out: the middle runs at twice the host's rate.
-const std::string kResampled = systemOf(gainGraph("Up", "System", "0", 1.0, "Multiplier=\"2\"") + gainGraph("Mid", "Up", "out") +
-                                            up("Down", "Mid", "0.5") + gainGraph("Out", "Down", "out"),
-                                        "<Output Graph=\"Out\" Node=\"out\"/>");
+const std::string kResampled =
+    systemOf(up("Up", "System", "2") + gainGraph("Mid", "Up", "out") + up("Down", "Mid", "0.5") + gainGraph("Out", "Down", "out"),
+             "<Output Graph=\"Out\" Node=\"out\"/>");
+
+// Graph A: the host's channel 0 times gain.
+std::string single(double gain) {
+    return systemOf(gainGraph("A", "System", "0", gain), "<Output Graph=\"A\" Node=\"out\"/>");
+}
+
+std::shared_ptr<Driver> ready(const std::string& xml, int maxBlockSize = 4) {
+    auto driver = loadSystem(xml);
+    driver->setMaxBlockSize(maxBlockSize);
+    return driver;
+}
 
 std::vector<scalar> run(const std::shared_ptr<Driver>& driver, std::vector<scalar> left, size_t output = 0) {
     std::vector<scalar> right = left;
@@ -39,7 +77,131 @@ std::vector<scalar> run(const std::shared_ptr<Driver>& driver, std::vector<scala
     return std::vector<scalar>(out, out + left.size());
 }
 
+std::string messageOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const VRNException& error) {
+        return error.getMessage();
+    }
+    return "(no failure)";
+}
+
 }  // namespace
+
+TEST(DSPGraph, BlockRefusesFeedbackAndSequentialDelaysItByOneSample) {
+    EXPECT_EQ("Filters do not form a DAG.", loadError(loopGraph("")));
+    auto driver = ready(loopGraph("<Properties ProcessingMethod=\"Sequential\"/>"), 8);
+    run(driver, {});  // no frames: the state stays
+    // The element first in the description (D) reads G's output of the previous sample:
+    // y[n] = x[n] + 0.5·y[n−1].
+    EXPECT_EQ((std::vector<scalar>{1, 0.5f, 0.25f, 0.125f, 2.0625f, 1.03125f}), run(driver, {1, 0, 0, 0, 2, 0}));
+    EXPECT_FLOAT_EQ(1.03125f / 2, run(driver, {0, 0})[0]);  // the state carries across blocks
+}
+
+TEST(DSPGraph, IterativeConvergesToTheFixedPoint) {
+    for (scalar value : run(ready(fixedPointGraph("100")), {1, 1, 1, 1})) EXPECT_NEAR(2.0f, value, 1e-5f);
+    // One pass a sample: far from converged on the first sample.
+    EXPECT_FLOAT_EQ(1.0f, run(ready(fixedPointGraph("1")), {1})[0]);
+}
+
+TEST(DSPGraph, RunningOrderFollowsTheWiresNotTheDocument) {
+    auto gain = [](const char* name, const char* value, const char* source, const char* output) {
+        return std::string("<Element Type=\"Gain\" Name=\"") + name + "\"><Properties Gain=\"" + value +
+               "\"/><Inputs><Input Port=\"in\" Element=\"" + source + "\" Output=\"" + output + "\"/></Inputs></Element>";
+    };
+    // C reads B, B reads A, but they stand as C, B, A.
+    auto driver = ready(systemOf("<Graph Name=\"Chain\" Type=\"DSP\"><NumberOfInputs>1</NumberOfInputs>"
+                                 "<Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>" +
+                                     gain("C", "3", "B", "out") + gain("B", "2", "A", "out") + gain("A", "0.5", "Graph", "0") +
+                                     "<Output><Node Name=\"out\" Element=\"C\" Index=\"0\"/></Output></Graph>",
+                                 "<Output Graph=\"Chain\" Node=\"out\"/>"));
+    EXPECT_EQ((std::vector<int>{2, 1, 0}), dynamic_cast<DSPGraph&>(*driver->getGraph("Chain")).getFilterOrder());
+    EXPECT_EQ((std::vector<scalar>{3, 6}), run(driver, {1, 2}));
+}
+
+TEST(DSPGraph, OffAndBypassRequestsByIndex) {
+    auto driver = ready(single(2.0));
+    Graph& graph = *driver->getGraph("A");
+    EXPECT_EQ((std::vector<scalar>{2, 4}), run(driver, {1, 2}));
+    graph.setProperty("Bypass", 1.0f);
+    EXPECT_EQ((std::vector<scalar>{1, 2}), run(driver, {1, 2}));
+    graph.setProperty("Off", 0.51f);  // bypass wins over off
+    EXPECT_EQ((std::vector<scalar>{1, 2}), run(driver, {1, 2}));
+    graph.setProperty("Bypass", 0.5f);  // 0.5 clears
+    EXPECT_EQ((std::vector<scalar>{0, 0}), run(driver, {1, 2}));
+    graph.setProperty("Off_1", 1.0f);
+    graph.setProperty("Off_0", 0.0f);
+    EXPECT_TRUE(graph.isOff());  // entry 1 still holds it
+    graph.setProperty("Off_1_2", 0.0f);  // three words: index 0
+    EXPECT_TRUE(graph.isOff());
+    graph.setProperty("Off__1", 0.0f);  // empty pieces dropped: index 1
+    EXPECT_FALSE(graph.isOff());
+    graph.setProperty("Suspend", 1.0f);  // accepted, and changes nothing
+    EXPECT_EQ((std::vector<scalar>{2, 4}), run(driver, {1, 2}));
+
+    // Off needs no inputs to match the outputs; bypass does, and says so when it runs.
+    auto two = ready(systemOf(twoInputs("Two", "System", "System"), "<Output Graph=\"Two\" Node=\"out\"/>"));
+    two->getGraph("Two")->setProperty("Off", 1.0f);
+    EXPECT_EQ((std::vector<scalar>{0, 0}), run(two, {1, 2}));
+    two->getGraph("Two")->setProperty("Bypass", 1.0f);
+    EXPECT_EQ("DSPGraph: Cannot bypass a graph that does not have the same number of inputs and outputs. Graph name: Two",
+              messageOf([&] { run(two, {1, 2}); }));
+}
+
+TEST(DSPGraph, SwitchingOutKeepsTheRate) {
+    auto driver = loadSystem(kResampled);
+    Graph& up = *driver->getGraph("Up");
+    EXPECT_DOUBLE_EQ(2.0, up.getOutputMultiplier());
+    up.setProperty("Off", 1.0f);
+    EXPECT_DOUBLE_EQ(1.0, up.getOutputMultiplier());  // switched out: the rate does not change
+    up.setProperty("Off", 0.0f);
+    up.setProperty("Bypass", 1.0f);
+    EXPECT_DOUBLE_EQ(1.0, up.getOutputMultiplier());
+}
+
+TEST(DSPGraph, RefusalsAtRunTime) {
+    auto driver = ready(kResampled);
+    Graph& up = *driver->getGraph("Up");
+    std::vector<scalar> x(11, 1.0f);
+    std::vector<scalar*> inputs{x.data()};
+    auto uninitialised = Driver::create();
+    const std::pair<std::function<void()>, const char*> cases[] = {
+        {[&] { up.setProperty("Mute", 1.0f); }, "Graph: Unknown property Mute"},
+        {[&] { up.setProperty("_", 1.0f); }, "Graph: Unknown property _"},
+        {[&] { driver->getGraph("Down")->setProperty("Suspend", 1.0f); },
+         "Graph: Cannot suspend a graph with the multiplier not equal to 1. multiplier=0.5"},
+        {[&] { up.getOutput(1); }, "Graph: invalid output index: 1 Number of outputs: 1"},
+        {[&] { up.getOutput(-1); }, "Graph: invalid output index: -1 Number of outputs: 1"},
+        {[&] { up.getResult("out"); }, "Graph::getResult(std::string outputName) is not yet implemented."},
+        {[&] { up.setNumberOfInputs(-1); }, "Number of inputs must be greater than zero. Number of inputs =-1"},
+        {[&] { up.process(inputs, 4); }, "(no failure)"},
+        {[&] { up.process(inputs, 5); }, "maxBlockSize is less than input size. DSPGraph name: Up maxBlockSize: 4 input size:5"},
+        {[&] { up.process(inputs, 0); }, "(no failure)"},
+        {[&] { driver->getGraph("Mid")->process(inputs, 9); },
+         "maxBlockSize is less than input size. DSPGraph name: Mid maxBlockSize: 8 input size:9"},
+        {[&] { up.setMaxBlockSize(0); }, "DSPGraph: Invalid maxBlockSize0"},
+        {[&] { driver->getGraph("B"); }, "B is not a valid graph name."},
+        {[&] { driver->setMaxBlockSize(0); }, "Driver: maxBlockSize must be greater than zero. maxBlockSize=0"},
+        {[&] { driver->setMaxBlockSize(-1); }, "Driver: maxBlockSize must be greater than zero. maxBlockSize=-1"},
+        {[&] { run(loadSystem(single(1.0)), {1}); }, "Driver: Cannot process. maxBlockSize is not set."},
+        {[&] { uninitialised->process(inputs, 1); }, "Cannot process. Driver is not initialized."},
+    };
+    for (const auto& [statement, message] : cases) EXPECT_EQ(message, messageOf(statement));
+    EXPECT_EQ(4, driver->getMaxBlockSize());
+}
+
+TEST(Buffer, SlidesItsWindowForward) {
+    EXPECT_VRN_MESSAGE(Buffer(0), InvalidArgumentException, "Buffer size cannot be less than 1. size=0");
+    Buffer window(4);
+    EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(window.getData()) % 64);
+    EXPECT_EQ(4u, window.getCapacity());
+    scalar a[3] = {1, 2, 3}, b[2] = {4, 5};
+    window.push(a, 3);
+    window.push(b, 2);
+    EXPECT_EQ((std::vector<scalar>{2, 3, 4, 5}), std::vector<scalar>(window.getData(), window.getData() + 4));
+    window.clear();
+    EXPECT_EQ((std::vector<scalar>{0, 0, 0, 0}), std::vector<scalar>(window.getData(), window.getData() + 4));
+}
 
 // The graphs run after every graph they read; each runs at the rate its sources hand on, and gets
 // floor(frames·multiplier + 0.5) frames of a block.
@@ -101,32 +263,19 @@ TEST(Driver, ChangedMultipliersTakeEffectAtTheNextBlock) {
     EXPECT_EQ(5, driver->getGraph("Mid")->getMaxBlockSize());
 }
 
-TEST(Driver, RefusesToProcessUntilReadyAndWhileSuspended) {
-    auto driver = loadSystem(systemOf(gainGraph("A", "System", "0", 2.0), "<Output Graph=\"A\" Node=\"out\"/>"));
-    EXPECT_VRN_MESSAGE(run(driver, {1}), VRNException, "Driver: Cannot process. maxBlockSize is not set.");
-    EXPECT_VRN_MESSAGE(driver->setMaxBlockSize(0), InvalidArgumentException,
-                       "Driver: maxBlockSize must be greater than zero. maxBlockSize=0");
-    driver->setMaxBlockSize(8);
-    EXPECT_VRN_MESSAGE(driver->setMaxBlockSize(-1), InvalidArgumentException,
-                       "Driver: maxBlockSize must be greater than zero. maxBlockSize=-1");
-    EXPECT_EQ(8, driver->getMaxBlockSize());
+TEST(Driver, RefusesToProcessWhileSuspended) {
+    auto driver = ready(single(2.0));
     EXPECT_EQ((std::vector<scalar>{2}), run(driver, {1}));  // no sampling rate needed
     driver->setSuspended(true);
     EXPECT_TRUE(driver->isSuspended());
-    EXPECT_VRN_MESSAGE(run(driver, {1}), VRNException, "Driver: Cannot process. Driver is in the suspend state.");
+    EXPECT_EQ("Driver: Cannot process. Driver is in the suspend state.", messageOf([&] { run(driver, {1}); }));
     driver->setSuspended(false);
     EXPECT_FALSE(driver->isProcessing());
     EXPECT_EQ((std::vector<scalar>{4}), run(driver, {2}));
-    EXPECT_VRN_MESSAGE(driver->getGraph("B"), InvalidArgumentException, "B is not a valid graph name.");
-
-    auto uninitialised = Driver::create();
-    std::vector<scalar*> none;
-    EXPECT_VRN_MESSAGE(uninitialised->process(none, 1), VRNException, "Cannot process. Driver is not initialized.");
 }
 
 TEST(Driver, AFailingBlockLeavesTheDriverFreeAndAnOwnerFreesIt) {
-    auto driver = loadSystem(systemOf(gainGraph("A", "System", "0", 2.0), "<Output Graph=\"A\" Node=\"out\"/>"));
-    driver->setMaxBlockSize(4);
+    auto driver = ready(single(2.0));
     std::vector<scalar> many(9, 1.0f);
     std::vector<scalar*> inputs{many.data()};
     // Past the graph's block size: the graph refuses, and the Driver is not left busy.
@@ -146,9 +295,8 @@ TEST(Driver, AFailingBlockLeavesTheDriverFreeAndAnOwnerFreesIt) {
 }
 
 TEST(Driver, PassesSystemInputsStraightToOutputs) {
-    auto driver = loadSystem(systemOf(gainGraph("A", "System", "0", 2.0),
-                                      "<Output Graph=\"System\" Node=\"1\"/><Output Graph=\"A\" Node=\"out\"/>"));
-    driver->setMaxBlockSize(4);
+    auto driver = ready(systemOf(gainGraph("A", "System", "0", 2.0),
+                                 "<Output Graph=\"System\" Node=\"1\"/><Output Graph=\"A\" Node=\"out\"/>"));
     std::vector<scalar> left{1, 2}, right{5, 6};
     std::vector<scalar*> inputs{left.data(), right.data()};
     driver->process(inputs, 2);
@@ -163,9 +311,8 @@ TEST(Driver, ControlsReachGraphsAndElementsAtTheNextBlock) {
         "<Control Name=\"Stereo\" DisplayName=\"Stereo\" Value=\"0\"><Properties>"
         "<Property Name=\"Bypass\" Graph=\"B\"/><Property Name=\"Bypass_1\" Graph=\"B\"/>"
         "</Properties></Control></Controls>";
-    auto driver = loadSystem(systemOf(gainGraph("A", "System", "0") + gainGraph("B", "A", "out", 3.0),
-                                      "<Output Graph=\"B\" Node=\"out\"/>", controls));
-    driver->setMaxBlockSize(4);
+    auto driver = ready(systemOf(gainGraph("A", "System", "0") + gainGraph("B", "A", "out", 3.0),
+                                 "<Output Graph=\"B\" Node=\"out\"/>", controls));
     auto& list = *driver->getControls();
     ASSERT_EQ(2u, list.size());
     EXPECT_EQ(1, list[1]->getIndex());
