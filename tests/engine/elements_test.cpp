@@ -15,19 +15,6 @@ using namespace vrn;
 
 namespace {
 
-class RecordingHandler : public PropertiesHandler {
-public:
-    void propertiesChanged(const Properties& properties) override { seen.push_back(properties); }
-    void propertyChanged(const std::string& name, scalar value) override { last = name + "=" + toString(value); }
-    void setSamplingRate(scalar newRate) override { rate = newRate; }
-    bool isPerSample() override { return false; }
-    void update(scalar, scalar) override {}
-
-    std::vector<Properties> seen;
-    std::string last;
-    scalar rate = 0;
-};
-
 Properties propertiesOf(std::initializer_list<std::pair<const char*, const char*>> entries) {
     Properties properties;
     for (const auto& [key, value] : entries) properties[key] = value;
@@ -91,23 +78,6 @@ TEST(Elements, BuffersOnlyGrowAndOutputsFollowThem) {
     EXPECT_EQ(first, gain->getOutputs()[0]);
     gain->setMaxBlockSize(256);
     EXPECT_EQ(gain->getOutput(0), gain->getOutputs()[0]);
-}
-
-TEST(Elements, HandlersSeeTheirFilterProperties) {
-    auto context = std::make_shared<DSPContext>();
-    auto handler = std::make_shared<RecordingHandler>();
-    LookupTableFilter bare, table;
-    bare.init("T", context);
-    bare.setPropertiesHandler(handler);
-    EXPECT_TRUE(handler->seen.empty());  // no properties: not called
-    table.init("T2", propertiesOf({{"VinMin", "0"}, {"VinMax", "1"}, {"DeltaV", "0.5"}}), context);
-    table.setPropertiesHandler(handler);
-    ASSERT_EQ(1u, handler->seen.size());
-    EXPECT_EQ("0.5", handler->seen[0]["DeltaV"]);
-    table.propertyChanged("A", 0.25f);  // forwarded, not refused
-    EXPECT_EQ("A=0.25", handler->last);
-    table.setSamplingRate(96000.0f);
-    EXPECT_FLOAT_EQ(96000.0f, handler->rate);
 }
 
 TEST(Contexts, OwnTheirFiltersByUniqueName) {

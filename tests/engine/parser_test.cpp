@@ -181,7 +181,7 @@ TEST(Parser, ReadsTheDocumentAsWritten) {
         "</Graphs><Outputs><Output Graph=\"A\" Node=\"x\"/></Outputs>"
         "<Controls><Control Name=\"Vol\" DisplayName=\"Output\" Value=\"0.75\">"
         "<UIProperties Image=\"knob.png\" ControlType=\"CAnimKnob\" X=\"465\" Y=\"272\" Width=\"66\" Height=\"66\""
-        " NumberOfImages=\"101\" HeightOfOneImage=\"66\"/>"
+        " NumberOfImages=\"101\" HeightOfOneImage=\"66.5\"/>"
         "<Properties><Property Name=\"Gain\" Graph=\"A\" Element=\"2\" Type=\"Scalar\"/></Properties></Control></Controls>"
         "</System>";
     auto driver = loadSystem(xml);
@@ -194,9 +194,11 @@ TEST(Parser, ReadsTheDocumentAsWritten) {
     EXPECT_EQ("Output", control.getDisplayName());
     EXPECT_EQ(0.75f, control.getValue());
     EXPECT_EQ("knob.png", control.getImage());
+    EXPECT_EQ("CAnimKnob", control.getControlType());
     EXPECT_EQ(101, control.getNumberOfImages());
     EXPECT_EQ(465, control.getX());
     EXPECT_EQ(66, control.getHeight());
+    EXPECT_DOUBLE_EQ(66.5, control.getHeightOfOneImage());
 }
 
 // Graph A names three outputs; the later graphs and the system outputs pick them by name, and a
