@@ -13,155 +13,121 @@ using orm_test::systemOf;
 
 namespace {
 
-const std::string kOutput = "<Output Graph=\"A\" Node=\"out\"/>";
-
 std::string edit(std::string text, const std::string& from, const std::string& to) {
     return text.replace(text.find(from), from.size(), to);
 }
 
-std::string graphOf(const std::string& body, const std::string& properties = "") {
-    return "<Graph Name=\"A\" Type=\"DSP\">" + properties +
-           "<NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>" + body + "</Graph>";
+std::string graphOf(const std::string& body) {
+    return "<Graph Name=\"A\" Type=\"DSP\"><NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph=\"System\" Node=\"0\"/>"
+           "</Inputs>" + body + "</Graph>";
 }
 
-// One Gain G reading the given inputs, then extra (an Output section).
-std::string element(const std::string& inputs, const std::string& extra = "") {
-    return systemOf(graphOf("<Element Type=\"Gain\" Name=\"G\"><Properties Gain=\"1\"/><Inputs>" + inputs +
-                            "</Inputs></Element>" + extra), "");
-}
+// A description that loads, using every part of the format once: each case below edits it.
+const std::string kValid =
+    "<System><Graphs><Graph Name=\"A\" Type=\"DSP\" Multiplier=\"1\"><Properties ProcessingMethod=\"Block\"/>"
+    "<NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>"
+    "<Element Type=\"Gain\" Name=\"G\"><Properties Gain=\"2\"/><Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/>"
+    "</Inputs></Element><Element Type=\"Switch\" Name=\"S\"><Properties NumberOfInputs=\"2\"/><Inputs>"
+    "<Input Port=\"in_1\" Element=\"G\" Output=\"out\"/></Inputs></Element>"
+    "<Output><Node Name=\"out\" Element=\"G\" Port=\"out\"/><Node Name=\"s\" Element=\"S\" Index=\"0\"/></Output></Graph>"
+    "<Graph Name=\"B\" Type=\"DSP\"><NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph=\"A\" Node=\"s\"/></Inputs>"
+    "<Element Type=\"Gain\" Name=\"H\"><Properties Gain=\"1\"/><Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/>"
+    "</Inputs></Element><Output><Node Name=\"out\" Element=\"H\" Port=\"out\"/></Output></Graph></Graphs>"
+    "<Outputs><Output Graph=\"B\" Node=\"out\"/></Outputs><Controls><Control Name=\"C\" DisplayName=\"D\" Value=\"0\">"
+    "<Properties><Property Name=\"Gain\" Graph=\"A\" Element=\"G\" Type=\"Scalar\"/><Property Name=\"Bypass\" Graph=\"B\"/>"
+    "</Properties></Control></Controls></System>";
 
-std::string switchWith(const std::string& inputs, const std::string& port) {
-    return systemOf(graphOf("<Element Type=\"Switch\" Name=\"S\"><Properties NumberOfInputs=\"" + inputs +
-                            "\"/><Inputs><Input Port=\"" + port + "\" Element=\"Graph\" Output=\"0\"/></Inputs></Element>"
-                            "<Output><Node Name=\"out\" Element=\"S\" Port=\"out\"/></Output>"), kOutput);
-}
-
-std::string iterative(const std::string& tolerances) {
-    return element("<Input Port=\"in\" Element=\"Graph\" Output=\"0\"/>").replace(
-        std::string("<System><Graphs><Graph Name=\"A\" Type=\"DSP\">").size(), 0,
-        "<Properties ProcessingMethod=\"Iterative\" " + tolerances + "/>");
-}
-
-std::string control(const std::string& attributes, const std::string& properties) {
-    return systemOf(gainGraph("A", "System", "0"), kOutput,
-                    "<Controls><Control " + attributes + ">" + properties + "</Control></Controls>");
-}
-
-std::string binding(const std::string& properties) {
-    return control("Name=\"C\" DisplayName=\"D\" Value=\"0\"", "<Properties>" + properties + "</Properties>");
-}
-
-// A graph "Both" reading the host and graph Up, whose multiplier is given.
-std::string mixedRates(const std::string& multiplier, const std::string& outputs) {
-    return systemOf(gainGraph("Up", "System", "0", 1.0, "Multiplier=\"" + multiplier + "\"") +
-                        "<Graph Name=\"Both\" Type=\"DSP\"><NumberOfInputs>2</NumberOfInputs><Inputs>"
-                        "<Input Graph=\"System\" Node=\"0\"/><Input Graph=\"Up\" Node=\"out\"/></Inputs>"
-                        "<Element Type=\"Gain\" Name=\"G\"><Properties Gain=\"1\"/><Inputs>"
-                        "<Input Port=\"in\" Element=\"Graph\" Output=\"0\"/></Inputs></Element>"
-                        "<Output><Node Name=\"out\" Element=\"G\" Port=\"out\"/></Output></Graph>",
-                    outputs);
+// kValid with the first `from` replaced by `to` (and the first `from2` of the result by `to2`).
+std::string e(const std::string& from, const std::string& to, const std::string& from2 = "", const std::string& to2 = "") {
+    return from2.empty() ? edit(kValid, from, to) : edit(edit(kValid, from, to), from2, to2);
 }
 
 }  // namespace
 
 TEST(Parser, LoadFailuresNameTheirCause) {
-    const std::string gain = gainGraph("A", "System", "0");
-    const std::string wired = "<Input Port=\"in\" Element=\"Graph\" Output=\"0\"/>";
-    const std::string named = "Name=\"C\" DisplayName=\"D\" Value=\"0\"";
-    const std::string property = "<Properties><Property Name=\"Gain\" Graph=\"A\" Element=\"G\"/></Properties>";
+    // Graph B reads the host's channel 0 first, then graph A at A's multiplier.
+    const std::string mixed = "Graph=\"System\" Node=\"0\"/><Input Graph=\"A\"";
     const struct {
         std::string description;
         std::string message;  // "" when it loads
     } cases[] = {
+        {kValid, ""},
         {"<System></Graphs>", "Cannot load xml document. Error: Start-end tags mismatch"},
         {"", "Cannot load xml document. Error: Unknown error"},
         {"<System><Graphs/></System>", "No graphs to parse."},
         {"<System><Graphs><!-- <Graph Name=\"A\" Type=\"DSP\"/> --></Graphs></System>", "No graphs to parse."},
-        {systemOf("<Graph Type=\"DSP\"/>", ""), "Graph name is not specified"},
-        {systemOf("<Graph Name=\"System\" Type=\"DSP\"/>", ""), "\"System\" is a reserved graph name."},
-        {systemOf("<Graph Name=\"A\"/>", ""), "Graph type is not specified"},
-        {systemOf("<Graph Name=\"A\" Type=\"dsp\"/>", ""), "Graph type dsp is not a valid type. Graph: A"},
-        {systemOf("<Graph Name=\"A\" Type=\"DSP\"/>", ""), "No elements in graph A"},
-        {edit(systemOf(gain, kOutput), "Type=\"DSP\"", "Type=\"DSP\" Multiplier=\"0\""),
-         "Invalid Graph Multiplier. Graph: A Multiplier: 0"},
-        {edit(systemOf(gain, kOutput), "Type=\"DSP\"", "Type=\"DSP\" Multiplier=\"-1\""),
-         "Invalid Graph Multiplier. Graph: A Multiplier: -1"},
-        {edit(systemOf(gain, kOutput), "Type=\"DSP\"", "Type=\"DSP\" Multiplier=\"\""),
-         "Invalid Graph Multiplier. Graph: A Multiplier: "},
+        {"<System><Graphs><Graph Name=\"A\" Type=\"DSP\"/></Graphs></System>", "No elements in graph A"},
+        {e("Name=\"A\" ", ""), "Graph name is not specified"},
+        {e("Name=\"A\"", "Name=\"System\""), "\"System\" is a reserved graph name."},
+        {e("Type=\"DSP\" ", ""), "Graph type is not specified"},
+        {e("Type=\"DSP\"", "Type=\"dsp\""), "Graph type dsp is not a valid type. Graph: A"},
+        {e("Multiplier=\"1\"", "Multiplier=\"0\""), "Invalid Graph Multiplier. Graph: A Multiplier: 0"},
+        {e("Multiplier=\"1\"", "Multiplier=\"-1\""), "Invalid Graph Multiplier. Graph: A Multiplier: -1"},
+        {e("Multiplier=\"1\"", "Multiplier=\"\""), "Invalid Graph Multiplier. Graph: A Multiplier: "},
         // Graph inputs and system outputs.
-        {systemOf(edit(gain, "Graph=\"System\"", ""), ""), "Input without a graph name."},
-        {systemOf(edit(gain, "Node=\"0\"", ""), ""), "Input without a Node name."},
-        {systemOf(gainGraph("A", "B", "out"), ""), "Invalid input graph: B"},
-        {systemOf(gain + gainGraph("B", "A", "x"), ""), "Cannot find output node x"},
-        {systemOf(gain, "<Output Node=\"out\"/>"), "Output without a Graph name."},
-        {systemOf(gain, "<Output Graph=\"B\" Node=\"out\"/>"), "Invalid system output graph name B"},
-        {systemOf(gain, "<Output Graph=\"A\"/>"), "Output without a Node name."},
-        {systemOf(gain, "<Output Graph=\"A\" Node=\"o\"/>"), "Cannot find output node o for graph A"},
+        {e("Graph=\"System\" ", ""), "Input without a graph name."},
+        {e("Node=\"0\"", ""), "Input without a Node name."},
+        {e("Graph=\"A\" Node=\"s\"", "Graph=\"X\" Node=\"s\""), "Invalid input graph: X"},
+        {e("Node=\"s\"", "Node=\"x\""), "Cannot find output node x"},
+        {e("<Output Graph=\"B\"", "<Output"), "Output without a Graph name."},
+        {e("<Output Graph=\"B\"", "<Output Graph=\"X\""), "Invalid system output graph name X"},
+        {e("<Output Graph=\"B\" Node=\"out\"", "<Output Graph=\"B\""), "Output without a Node name."},
+        {e("<Output Graph=\"B\" Node=\"out\"", "<Output Graph=\"B\" Node=\"o\""), "Cannot find output node o for graph B"},
         // Elements, their wiring and the graph's output nodes.
-        {systemOf(graphOf("<Element Type=\"Valve\" Name=\"V\"/>"), ""), "Unknown element type: Valve"},
-        {systemOf(graphOf("<Element Type=\"Gain\"><Properties Gain=\"1\"/></Element>"), ""),
-         "Element name is not specified. Graph: A"},
-        {element("<Input Element=\"Graph\" Output=\"0\"/>"), "Input without a Port name."},
-        {element("<Input Port=\"in\" Output=\"0\"/>"), "Input without an Element name."},
-        {element("<Input Port=\"in\" Element=\"H\" Output=\"0\"/>"), "Cannot find input filter with name H"},
-        {element("<Input Port=\"in\" Element=\"Graph\"/>"), "Input without an Output port."},
-        {element("<Input Port=\"inn\" Element=\"Graph\" Output=\"0\"/>"), "Invalid input port name: inn. Expected \"in\"."},
-        {element(wired, "<Output><Node Element=\"G\" Port=\"out\"/></Output>"), "Output Node without a name."},
-        {element(wired, "<Output><Node Name=\"o\" Port=\"out\"/></Output>"), "Output Node without an Element attribute."},
-        {element(wired, "<Output><Node Name=\"o\" Element=\"H\" Port=\"out\"/></Output>"),
-         "Cannot find output filter with name H"},
-        {element(wired, "<Output><Node Name=\"o\" Element=\"G\"/></Output>"),
-         "Output Node without a Port or an Index attribute."},
-        {element(wired, "<Output><Node Name=\"o\" Element=\"G\" Index=\"1\"/></Output>"),
-         "DSPGraph: Invalid output index 1 of element G. Graph: A"},
-        {element(wired, "<Output><Node Name=\"o\" Element=\"G\" Index=\"-1\"/></Output>"),
-         "DSPGraph: Invalid output index -1 of element G. Graph: A"},
-        {element("<Input Port=\"in\" Element=\"Graph\" Output=\"1\"/>"),
-         "DSPGraph: Invalid graph input 1 for element G. Graph: A, number of inputs: 1"},
-        {element("<Input Port=\"in\" Element=\"Graph\" Output=\"-3\"/>"),
-         "DSPGraph: Invalid graph input -3 for element G. Graph: A, number of inputs: 1"},
-        {edit(element(wired), "<NumberOfInputs>1", "<NumberOfInputs>0"),
-         "Invalid number of outputs for DSPGraph A, number of outputs: 0"},
-        {switchWith("2", "in_2"), "SwitchMeta: Invalid input port in_2, NumberOfInputs=2"},
-        {switchWith("2", "in0"),
-         "Invalid input port name: in0. INput port name must start with \"in_\" followed by a number."},
-        {switchWith("4096", "in_4095"), ""},  // the most ports an element may have
-        {switchWith("4097", "in_0"), "Element S has too many input ports: 4097. Graph: A"},
+        {e("Type=\"Gain\"", "Type=\"Valve\""), "Unknown element type: Valve"},
+        {e("Type=\"Gain\" Name=\"G\"", "Type=\"Gain\""), "Element name is not specified. Graph: A"},
+        {e("Port=\"in\" ", ""), "Input without a Port name."},
+        {e("Element=\"Graph\" Output=\"0\"", "Output=\"0\""), "Input without an Element name."},
+        {e("Element=\"G\" Output=\"out\"", "Element=\"X\" Output=\"out\""), "Cannot find input filter with name X"},
+        {e("Element=\"Graph\" Output=\"0\"", "Element=\"Graph\""), "Input without an Output port."},
+        {e("Port=\"in\"", "Port=\"inn\""), "Invalid input port name: inn. Expected \"in\"."},
+        {e("in_1", "in_2"), "SwitchMeta: Invalid input port in_2, NumberOfInputs=2"},
+        {e("in_1", "in1"), "Invalid input port name: in1. INput port name must start with \"in_\" followed by a number."},
+        {e("NumberOfInputs=\"2\"", "NumberOfInputs=\"4096\""), ""},  // the most ports an element may have
+        {e("NumberOfInputs=\"2\"", "NumberOfInputs=\"4097\""), "Element S has too many input ports: 4097. Graph: A"},
+        {e("<Node Name=\"out\" Element=\"G\"", "<Node Element=\"G\""), "Output Node without a name."},
+        {e("<Node Name=\"out\" Element=\"G\"", "<Node Name=\"out\""), "Output Node without an Element attribute."},
+        {e("Element=\"G\" Port=\"out\"", "Element=\"X\" Port=\"out\""), "Cannot find output filter with name X"},
+        {e("Index=\"0\"", ""), "Output Node without a Port or an Index attribute."},
+        {e("Index=\"0\"", "Index=\"1\""), "DSPGraph: Invalid output index 1 of element S. Graph: A"},
+        {e("Index=\"0\"", "Index=\"-1\""), "DSPGraph: Invalid output index -1 of element S. Graph: A"},
+        {e("Output=\"0\"", "Output=\"1\""), "DSPGraph: Invalid graph input 1 for element G. Graph: A, number of inputs: 1"},
+        {e("Output=\"0\"", "Output=\"-3\""), "DSPGraph: Invalid graph input -3 for element G. Graph: A, number of inputs: 1"},
+        {e("<NumberOfInputs>1", "<NumberOfInputs>0"), "Invalid number of outputs for DSPGraph A, number of outputs: 2"},
         // The processing method's properties.
-        {edit(element(wired), "<NumberOfInputs>", "<Properties ProcessingMethod=\"block\"/><NumberOfInputs>"),
-         "DSPGraph: Invalid ProcessingMethod property block"},
-        {iterative(""), "DSPGraph: RelativeTollerance is not defined."},
-        {iterative("RelativeTollerance=\"0\""), "DSPGraph: RelativeTollerance must be greater than 0. relativeTollerance=0"},
-        {iterative("RelativeTollerance=\"1\""), "DSPGraph: AbsoluteTollerance is not defined."},
-        {iterative("RelativeTollerance=\"1\" AbsoluteTollerance=\"0\""),
+        {e("\"Block\"", "\"block\""), "DSPGraph: Invalid ProcessingMethod property block"},
+        {e("\"Block\"", "\"Iterative\""), "DSPGraph: RelativeTollerance is not defined."},
+        {e("\"Block\"", "\"Iterative\" RelativeTollerance=\"0\""),
+         "DSPGraph: RelativeTollerance must be greater than 0. relativeTollerance=0"},
+        {e("\"Block\"", "\"Iterative\" RelativeTollerance=\"1\""), "DSPGraph: AbsoluteTollerance is not defined."},
+        {e("\"Block\"", "\"Iterative\" RelativeTollerance=\"1\" AbsoluteTollerance=\"0\""),
          "DSPGraph: AbsoluteTollerance must be greater than 0. AbsoluteTollerance=0"},
-        {iterative("RelativeTollerance=\"1\" AbsoluteTollerance=\"1\""), "DSPGraph: MaxIterations is not defined."},
-        {iterative("RelativeTollerance=\"1\" AbsoluteTollerance=\"1\" MaxIterations=\"0\""),
+        {e("\"Block\"", "\"Iterative\" RelativeTollerance=\"1\" AbsoluteTollerance=\"1\""),
+         "DSPGraph: MaxIterations is not defined."},
+        {e("\"Block\"", "\"Iterative\" RelativeTollerance=\"1\" AbsoluteTollerance=\"1\" MaxIterations=\"0\""),
          "DSPGraph: MaxIterations must be greater than 0. MaxIterations=0"},
-        {iterative("RelativeTollerance=\"1e-9\" AbsoluteTollerance=\"1e-9\" MaxIterations=\"1\""), ""},
+        {e("\"Block\"", "\"Iterative\" RelativeTollerance=\"1e-9\" AbsoluteTollerance=\"1e-9\" MaxIterations=\"1\""), ""},
         // Controls and what they bind to.
-        {control("DisplayName=\"D\" Value=\"0\"", property), "Control without a name."},
-        {control("Name=\"C\" Value=\"0\"", property), "Control without a display name. Control name: C"},
-        {control("Name=\"C\" DisplayName=\"D\"", property), "Control without a Value. Control name: C"},
-        {control(named, ""), "Control without properties. Control name: C"},
-        {binding("<Property Graph=\"A\"/>"), "Property without a name."},
-        {binding("<Property Name=\"Gain\"/>"), "Property without a graph. Property name: Gain"},
-        {binding("<Property Name=\"Gain\" Graph=\"A\" Element=\"G\" Type=\"scalar\"/>"), "Unknown property type scalar"},
-        {binding("<Property Name=\"Gain\" Graph=\"A\" Element=\"G\"/><Property Name=\"Gain\" Graph=\"A\" Element=\"G\"/>"),
+        {e("Name=\"C\" ", ""), "Control without a name."},
+        {e("DisplayName=\"D\" ", ""), "Control without a display name. Control name: C"},
+        {e("Value=\"0\"", ""), "Control without a Value. Control name: C"},
+        {e("<Properties><Property", "<Other><Property", "</Properties></Control>", "</Other></Control>"),
+         "Control without properties. Control name: C"},
+        {e("Name=\"Gain\" ", ""), "Property without a name."},
+        {e("Graph=\"A\" Element=\"G\"", "Element=\"G\""), "Property without a graph. Property name: Gain"},
+        {e("Type=\"Scalar\"", "Type=\"scalar\""), "Unknown property type scalar"},
+        {e("<Property Name=\"Bypass\"", "<Property Name=\"Gain\" Graph=\"A\" Element=\"G\"/><Property Name=\"Bypass\""),
          "Driver: Multiple definitions of the same property. Property name: Gain graph: A element: G"},
-        {binding("<Property Name=\"Gain\" Graph=\"B\" Element=\"G\"/>"),
-         "Invalid Property: Invalid graph name B. Property, name=Gain"},
-        {binding("<Property Name=\"Gain\" Graph=\"A\" Element=\"H\"/>"),
-         "Invalid Property: Invalid element name H. Property, name=Gain"},
-        {binding("<Property Name=\"Bypass\" Graph=\"A\"/><Property Name=\"Bypass_1\" Graph=\"A\"/>"), ""},
+        {e("Graph=\"A\" Element=\"G\"", "Graph=\"X\" Element=\"G\""), "Invalid Property: Invalid graph name X. Property, name=Gain"},
+        {e("Graph=\"A\" Element=\"G\"", "Graph=\"A\" Element=\"X\""), "Invalid Property: Invalid element name X. Property, name=Gain"},
+        {e("Graph=\"B\"/>", "Graph=\"B\"/><Property Name=\"Bypass_1\" Graph=\"B\"/>"), ""},  // two requests, two properties
         // Rates and the order of the graphs.
-        {systemOf(gainGraph("Up", "System", "0", 1.0, "Multiplier=\"2\""), "<Output Graph=\"Up\" Node=\"out\"/>"),
-         "Invalid multiplier. Expected 1 but got 2"},
-        {mixedRates("2", ""), "Invalid input multipliers for graphBoth"},
-        {mixedRates("1.0000001", ""), "Invalid input multipliers for graphBoth"},
-        {mixedRates("1.00000000001", "<Output Graph=\"Both\" Node=\"out\"/>"), ""},
-        {systemOf(gainGraph("Self", "Self", "out"), ""), "Graphs do not form a DAG."},
-        {systemOf(gainGraph("A", "B", "out") + gainGraph("B", "A", "out"), ""), "Graphs do not form a DAG."},
+        {e("Multiplier=\"1\"", "Multiplier=\"2\""), "Invalid multiplier. Expected 1 but got 2"},
+        {e("Multiplier=\"1\"", "Multiplier=\"2\"", "Graph=\"A\"", mixed), "Invalid input multipliers for graphB"},
+        {e("Multiplier=\"1\"", "Multiplier=\"1.0000001\"", "Graph=\"A\"", mixed), "Invalid input multipliers for graphB"},
+        {e("Multiplier=\"1\"", "Multiplier=\"1.00000000001\"", "Graph=\"A\"", mixed), ""},
+        {e("Graph=\"A\" Node=\"s\"", "Graph=\"B\" Node=\"out\""), "Graphs do not form a DAG."},
+        {e("Graph=\"System\" Node=\"0\"", "Graph=\"B\" Node=\"out\""), "Graphs do not form a DAG."},
     };
     for (const auto& c : cases) EXPECT_EQ(c.message, loadError(c.description)) << c.description;
 }
