@@ -294,16 +294,6 @@ TEST(Driver, AFailingBlockLeavesTheDriverFreeAndAnOwnerFreesIt) {
     EXPECT_TRUE(graph.expired());
 }
 
-TEST(Driver, PassesSystemInputsStraightToOutputs) {
-    auto driver = ready(systemOf(gainGraph("A", "System", "0", 2.0),
-                                 "<Output Graph=\"System\" Node=\"1\"/><Output Graph=\"A\" Node=\"out\"/>"));
-    std::vector<scalar> left{1, 2}, right{5, 6};
-    std::vector<scalar*> inputs{left.data(), right.data()};
-    driver->process(inputs, 2);
-    EXPECT_EQ(right.data(), driver->getOutputs()[0]);
-    EXPECT_EQ(4.0f, driver->getOutputs()[1][1]);
-}
-
 TEST(Driver, ControlsReachGraphsAndElementsAtTheNextBlock) {
     std::string controls =
         "<Controls><Control Name=\"Level\" DisplayName=\"Level\" Value=\"0.5\"><Properties>"

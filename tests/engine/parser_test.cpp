@@ -189,7 +189,8 @@ TEST(Parser, OutputNodesByNameAndSeveralGraphInputsInOrder) {
         difference("E", "<Input Port=\"plus\" Element=\"Graph\" Output=\"1\"/>", "<Input Port=\"minus\" Element=\"Graph\" Output=\"2\"/>") +
         "<Output><Node Name=\"y\" Element=\"D\" Port=\"out\"/><Node Name=\"e\" Element=\"E\" Port=\"out\"/></Output></Graph>";
     auto driver = loadSystem(systemOf(graphs, "<Output Graph=\"S\" Node=\"y\"/><Output Graph=\"S\" Node=\"e\"/>"
-                                              "<Output Graph=\"A\" Node=\"b\"/><Output Graph=\"A\" Node=\"c\"/>"));
+                                              "<Output Graph=\"A\" Node=\"b\"/><Output Graph=\"A\" Node=\"c\"/>"
+                                              "<Output Graph=\"System\" Node=\"1\"/>"));
     driver->setSamplingRate(48000.0f);
     driver->setMaxBlockSize(3);
     EXPECT_FLOAT_EQ(48000.0f, driver->getGraph("S")->getContext()->getSamplingRate());
@@ -203,5 +204,6 @@ TEST(Parser, OutputNodesByNameAndSeveralGraphInputsInOrder) {
         EXPECT_EQ((std::vector<scalar>{67, 134, 201}), output(1));
         EXPECT_EQ((std::vector<scalar>{3, 6, 9}), output(2));
         EXPECT_EQ((std::vector<scalar>{5, 10, 15}), output(3));
+        EXPECT_EQ(right.data(), driver->getOutputs()[4]);  // a host channel is passed on as it is
     }
 }
