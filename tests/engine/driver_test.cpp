@@ -168,6 +168,7 @@ TEST(DSPGraph, RefusalsAtRunTime) {
     const std::pair<std::function<void()>, const char*> cases[] = {
         {[&] { up.setProperty("Mute", 1.0f); }, "Graph: Unknown property Mute"},
         {[&] { up.setProperty("_", 1.0f); }, "Graph: Unknown property _"},
+        {[&] { up.setProperty("Off_-1", 1.0f); }, "Graph: Unknown property Off_-1"},
         {[&] { driver->getGraph("Down")->setProperty("Suspend", 1.0f); },
          "Graph: Cannot suspend a graph with the multiplier not equal to 1. multiplier=0.5"},
         {[&] { up.getOutput(1); }, "Graph: invalid output index: 1 Number of outputs: 1"},
@@ -211,19 +212,22 @@ TEST(Driver, OrdersGraphsByTheirWiresAndDerivesTheirRates) {
         std::string graphs;
         std::vector<int> order;
         std::vector<double> multipliers;
+        std::vector<int> blockSizes;  // of a 5-frame block
     } cases[] = {
         {"chain written backwards", gainGraph("C", "B", "out") + gainGraph("B", "A", "out") + gainGraph("A", "System", "0"),
-         {2, 1, 0}, {1, 1, 1}},
+         {2, 1, 0}, {1, 1, 1}, {5, 5, 5}},
         {"diamond", twoInputs("D", "B", "C") + gainGraph("C", "A", "out") + gainGraph("B", "A", "out") +
                         gainGraph("A", "System", "0"),
-         {3, 2, 1, 0}, {1, 1, 1, 1}},
+         {3, 2, 1, 0}, {1, 1, 1, 1}, {5, 5, 5, 5}},
         {"resampled diamond", up("A", "System", "2") + twoInputs("D", "B", "C") + gainGraph("B", "A", "out") +
                                   gainGraph("C", "A", "out") + up("E", "D", "0.5") + twoInputs("F", "E", "System"),
-         {0, 3, 2, 1, 4, 5}, {1, 2, 2, 2, 2, 1}},
+         {0, 3, 2, 1, 4, 5}, {1, 2, 2, 2, 2, 1}, {5, 10, 10, 10, 10, 5}},
         {"half rate", up("Down", "System", "0.5") + gainGraph("Half", "Down", "out") + up("Up", "Half", "2"),
-         {0, 1, 2}, {1, 0.5, 0.5}},
+         {0, 1, 2}, {1, 0.5, 0.5}, {5, 3, 3}},  // 2.5 rounds up
+        {"just under half", up("Down", "System", "0.4995") + gainGraph("Half", "Down", "out"),
+         {0, 1}, {1, 0.4995}, {5, 2}},  // 2.4975 + 0.5 rounds down
         {"two sources of the host", gainGraph("B", "System", "1") + gainGraph("A", "System", "0") + twoInputs("C", "A", "B"),
-         {1, 0, 2}, {1, 1, 1}},
+         {1, 0, 2}, {1, 1, 1}, {5, 5, 5}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
@@ -235,7 +239,7 @@ TEST(Driver, OrdersGraphsByTheirWiresAndDerivesTheirRates) {
         for (size_t g = 0; g < c.multipliers.size(); ++g) {
             Graph& graph = *(*driver->getGraphs())[g];
             EXPECT_FLOAT_EQ(48000.0f * static_cast<float>(c.multipliers[g]), graph.getContext()->getSamplingRate());
-            EXPECT_EQ(c.multipliers[g] == 0.5 ? 3 : static_cast<int>(5 * c.multipliers[g]), graph.getMaxBlockSize());
+            EXPECT_EQ(c.blockSizes[g], graph.getMaxBlockSize());
         }
     }
 }

@@ -124,7 +124,7 @@ TEST(Parser, LoadFailuresNameTheirCause) {
         // Rates and the order of the graphs.
         {e("Multiplier=\"1\"", "Multiplier=\"2\""), "Invalid multiplier. Expected 1 but got 2"},
         {e("Multiplier=\"1\"", "Multiplier=\"2\"", "Graph=\"A\"", mixed), "Invalid input multipliers for graphB"},
-        {e("Multiplier=\"1\"", "Multiplier=\"1.0000001\"", "Graph=\"A\"", mixed), "Invalid input multipliers for graphB"},
+        {e("Multiplier=\"1\"", "Multiplier=\"1.0000000001005\"", "Graph=\"A\"", mixed), "Invalid input multipliers for graphB"},
         {e("Multiplier=\"1\"", "Multiplier=\"1.00000000001\"", "Graph=\"A\"", mixed), ""},
         {e("Graph=\"A\" Node=\"s\"", "Graph=\"B\" Node=\"out\""), "Graphs do not form a DAG."},
         {e("Graph=\"System\" Node=\"0\"", "Graph=\"B\" Node=\"out\""), "Graphs do not form a DAG."},
@@ -190,12 +190,13 @@ TEST(Parser, OutputNodesByNameAndSeveralGraphInputsInOrder) {
         "<Output><Node Name=\"y\" Element=\"D\" Port=\"out\"/><Node Name=\"e\" Element=\"E\" Port=\"out\"/></Output></Graph>";
     auto driver = loadSystem(systemOf(graphs, "<Output Graph=\"S\" Node=\"y\"/><Output Graph=\"S\" Node=\"e\"/>"
                                               "<Output Graph=\"A\" Node=\"b\"/><Output Graph=\"A\" Node=\"c\"/>"
-                                              "<Output Graph=\"System\" Node=\"1\"/>"));
+                                              "<Output Graph=\"System\" Node=\"2\"/>"));
     driver->setSamplingRate(48000.0f);
     driver->setMaxBlockSize(3);
     EXPECT_FLOAT_EQ(48000.0f, driver->getGraph("S")->getContext()->getSamplingRate());
-    std::vector<scalar> left{1, 2, 3}, right{10, 20, 30};
-    std::vector<scalar*> inputs{left.data(), right.data()};
+    EXPECT_EQ(3u, driver->getNumberOfInputs());  // host channel 2 is only passed on
+    std::vector<scalar> left{1, 2, 3}, right{10, 20, 30}, third{0, 0, 0};
+    std::vector<scalar*> inputs{left.data(), right.data(), third.data()};
     auto output = [&](size_t k) { return std::vector<scalar>(driver->getOutputs()[k], driver->getOutputs()[k] + 3); };
     // e = 7·right − 3·left; D comes first in S and reads e of the sample before: y[n] = 5·left[n] − e[n−1].
     for (const std::vector<scalar>& y : {std::vector<scalar>{5, 10 - 67, 15 - 134}, std::vector<scalar>{5 - 201, -57, -119}}) {
@@ -204,6 +205,6 @@ TEST(Parser, OutputNodesByNameAndSeveralGraphInputsInOrder) {
         EXPECT_EQ((std::vector<scalar>{67, 134, 201}), output(1));
         EXPECT_EQ((std::vector<scalar>{3, 6, 9}), output(2));
         EXPECT_EQ((std::vector<scalar>{5, 10, 15}), output(3));
-        EXPECT_EQ(right.data(), driver->getOutputs()[4]);  // a host channel is passed on as it is
+        EXPECT_EQ(third.data(), driver->getOutputs()[4]);  // a host channel is passed on as it is
     }
 }

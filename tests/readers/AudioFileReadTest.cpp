@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <cstring>
 #include <cstdio>
 #include <initializer_list>
 #include <utility>
