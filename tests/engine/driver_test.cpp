@@ -34,9 +34,9 @@ std::string loopGraph(const std::string& graphProperties, const std::string& thr
 }
 
 // x = 0.5·x + 1, iterated to its fixed point 2.
-std::string fixedPointGraph(const std::string& maxIterations) {
-    return loopGraph("<Properties ProcessingMethod=\"Iterative\" RelativeTollerance=\"1e-6\" AbsoluteTollerance=\"1e-6\""
-                     " MaxIterations=\"" + maxIterations + "\"/>", "R");
+std::string fixedPointGraph(const std::string& maxIterations, const std::string& tolerance = "1e-6") {
+    return loopGraph("<Properties ProcessingMethod=\"Iterative\" RelativeTollerance=\"" + tolerance +
+                     "\" AbsoluteTollerance=\"" + tolerance + "\" MaxIterations=\"" + maxIterations + "\"/>", "R");
 }
 
 // A graph that subtracts the outputs of two other graphs (of the host when they are "System").
@@ -102,6 +102,11 @@ TEST(DSPGraph, IterativeConvergesToTheFixedPoint) {
     for (scalar value : run(ready(fixedPointGraph("100")), {1, 1, 1, 1})) EXPECT_NEAR(2.0f, value, 1e-5f);
     // One pass a sample: far from converged on the first sample.
     EXPECT_FLOAT_EQ(1.0f, run(ready(fixedPointGraph("1")), {1})[0]);
+    // Worked by hand, running D, R, G: D = 1 − G, R = (R + D)/2, G = −R/2 give D = 1, 1.25, 1.4375 on
+    // the first sample; the step 0.1875 is within both tolerances (0.2, and 0.2·1.4375): it stops.
+    // Between samples R extrapolates to 2·1.15625 − 0; then D = 1.578125, 1.97265625 (a step of
+    // 0.39: on), 1.9794921875 (0.007: stop).
+    EXPECT_EQ((std::vector<scalar>{1.4375f, 1.9794921875f}), run(ready(fixedPointGraph("100", "0.2")), {1, 1}));
 }
 
 TEST(DSPGraph, RunningOrderFollowsTheWiresNotTheDocument) {
