@@ -52,14 +52,4 @@ TEST(Control, AudioSideTakesTheLockWithOneTry) {
     EXPECT_FALSE(control.isDirty());
     EXPECT_TRUE(control.tryLock());
     control.clearDirtyAndUnlock();
-
-    Properties ui;
-    ui["ControlType"] = "CAnimKnob";
-    ui["X"] = "281";
-    ui["HeightOfOneImage"] = "66.5";
-    control.setUIProperties(ui);
-    EXPECT_EQ("CAnimKnob", control.getControlType());
-    EXPECT_EQ(281, control.getX());
-    EXPECT_EQ(0, control.getY());
-    EXPECT_DOUBLE_EQ(66.5, control.getHeightOfOneImage());
 }

@@ -1,11 +1,8 @@
-// No description crashes the process: every attribute of the examples, removed or given a hostile
-// value, either loads and runs or fails with an exception that carries a message.
+// The circuit guide's netlist loads and runs, and each ordinary mistake in it is named at load.
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
-#include <cctype>
 #include <sstream>
 
 #include "support/TestSupport.h"
@@ -40,41 +37,6 @@ bool loadsAndRuns(const std::string& xml, std::string& message) {
 }
 
 }  // namespace
-
-TEST(Robustness, HostileAttributesFailCleanly) {
-    const std::vector<std::string> hostile = {"", "-1", "0", "abc", "1e30", "2147483648", "nan", "|"};
-    // A netlist builds its tube tables at load (tens of milliseconds): fewer values there.
-    const std::vector<std::string> hostileToNetlists = {"abc", "-1", "1e30"};
-    int variants = 0, refused = 0;
-    for (const char* example : {"/examples/tube-stage.xml", "/examples/oversampling.xml", "/docs/circuits.md"}) {
-        std::string original = readFile(std::string(ORM_SOURCE_DIR) + example);
-        if (original.compare(0, 2, "<?") != 0) {  // the netlist example inside the circuits guide
-            const size_t start = original.find("```xml\n<System>") + 7;
-            original = original.substr(start, original.find("```", start) - start);
-        }
-        // Every Name="value" of the document, found by its ="…" and the letters before it.
-        for (size_t quote = original.find("=\""); quote != std::string::npos; quote = original.find("=\"", quote + 2)) {
-            size_t at = quote;
-            while (at > 0 && (std::isalpha(static_cast<unsigned char>(original[at - 1])) || original[at - 1] == '_')) --at;
-            const size_t length = original.find('"', quote + 2) + 1 - at;
-            const std::string attributeName = original.substr(at, quote - at);
-            std::vector<std::string> replacements{""};  // the attribute removed
-            const bool netlist = std::string(example).find("circuits") != std::string::npos;
-            for (const std::string& value : netlist ? hostileToNetlists : hostile) replacements.push_back(attributeName + "=\"" + value + "\"");
-            for (const std::string& replacement : replacements) {
-                std::string variant = original;
-                variant.replace(at, length, replacement);
-                std::string message;
-                ++variants;
-                if (!loadsAndRuns(variant, message)) {
-                    ++refused;
-                    EXPECT_FALSE(message.empty()) << replacement;
-                }
-            }
-        }
-    }
-    std::printf("%d variants, %d refused with a message, the rest ran\n", variants, refused);
-}
 
 TEST(Robustness, NetlistMistakesAreNamedAtLoad) {
     // The circuit guide's netlist with one ordinary mistake each: the load fails and names it.

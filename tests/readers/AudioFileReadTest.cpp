@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <cstring>
 #include <cstdio>
 #include <initializer_list>
 #include <utility>
@@ -83,64 +83,49 @@ Bytes header(const char* riffId = "RIFF", const char* waveId = "WAVE") {
     return b;
 }
 
+// A mono or stereo file whose data chunk declares `declared` bytes and holds `present`.
+Bytes promising(uint16_t tag, uint16_t channels, uint16_t bits, uint32_t declared, size_t present) {
+    return riff(cat({chunk("fmt ", formatBody(tag, channels, 44100, bits)), text("data"), word(declared), Bytes(present, 0)}));
+}
+
 }  // namespace
 
 TEST(AudioFileRead, EveryFormatReadsBackExactly) {
     std::mt19937 random(7);
     const unsigned int channels = 2, frames = 40;  // a multiple of 8 frames: the frame count is exact
-    const size_t n = channels * frames;
-
-    struct Case {
+    const struct {
         const char* label;
-        uint16_t tag;
-        uint16_t bits;
+        uint16_t tag, bits;
         bool extensible;
         int32_t dataType;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"8-bit", 1, 8, false, stk::Stk::STK_SINT8},        {"16-bit", 1, 16, false, stk::Stk::STK_SINT16},
         {"24-bit", 1, 24, false, stk::Stk::STK_SINT24},     {"32-bit", 1, 32, false, stk::Stk::STK_SINT32},
         {"float", 3, 32, false, stk::Stk::STK_FLOAT32},     {"double", 3, 64, false, stk::Stk::STK_FLOAT64},
         {"ext 16-bit", 1, 16, true, stk::Stk::STK_SINT16},  {"ext 24-bit", 1, 24, true, stk::Stk::STK_SINT24},
         {"ext float", 3, 32, true, stk::Stk::STK_FLOAT32},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Bytes samples;
-        std::vector<float> expected(n);
-        for (size_t i = 0; i < n; ++i) {
-            if (c.tag == 1 && c.bits == 8) {
-                int v = static_cast<int>(random() % 256);
-                samples.push_back(static_cast<unsigned char>(v));
-                expected[i] = static_cast<float>(v - 128) / 128.0f;
-            } else if (c.tag == 1 && c.bits == 16) {
-                int v = static_cast<int>(random() % 65536) - 32768;
-                if (i == 0) v = -32768;
-                if (i == 1) v = 32767;
-                put16(samples, static_cast<uint32_t>(v));
-                expected[i] = static_cast<float>(v) / 32768.0f;
-            } else if (c.tag == 1 && c.bits == 24) {
-                int v = static_cast<int>(random() % 16777216) - 8388608;
-                if (i == 0) v = -8388608;
-                put24(samples, static_cast<uint32_t>(v));
-                expected[i] = static_cast<float>(v) / 8388608.0f;
-            } else if (c.tag == 1 && c.bits == 32) {
-                // 24 significant bits, so that the value is exact as a float.
-                int64_t v = (static_cast<int64_t>(random() % 16777216) - 8388608) * 256;
-                put32(samples, static_cast<uint32_t>(v));
-                expected[i] = static_cast<float>(static_cast<double>(v) / 2147483648.0);
-            } else if (c.bits == 32) {
-                float v = std::uniform_real_distribution<float>(-1.5f, 1.5f)(random);
-                uint32_t word;
-                std::memcpy(&word, &v, 4);
-                put32(samples, word);
-                expected[i] = v;
-            } else {
-                double v = std::uniform_real_distribution<double>(-1.0, 1.0)(random);
-                uint64_t word;
-                std::memcpy(&word, &v, 8);
-                put64(samples, word);
-                expected[i] = static_cast<float>(v);
+        std::vector<float> expected;
+        for (size_t i = 0; i < channels * frames; ++i) {
+            if (c.tag == 3) {  // floats as they are; doubles narrowed
+                double v = std::uniform_real_distribution<double>(-1.5, 1.5)(random);
+                float single = static_cast<float>(v);
+                uint64_t bits = 0;
+                std::memcpy(&bits, c.bits == 32 ? static_cast<void*>(&single) : static_cast<void*>(&v), c.bits / 8);
+                c.bits == 32 ? put32(samples, static_cast<uint32_t>(bits)) : put64(samples, bits);
+                expected.push_back(single);
+                continue;
             }
+            // Integers of full scale 2^(bits−1), the extremes first; 8-bit ones are offset by 128,
+            // 32-bit ones keep 24 significant bits so that the value is exact as a float.
+            const int64_t full = int64_t(1) << (c.bits - 1);
+            int64_t v = i == 0 ? -full : i == 1 ? full - 1 : static_cast<int64_t>(random() % (2 * full)) - full;
+            if (c.bits == 32) v = v / 256 * 256;
+            const uint64_t word = static_cast<uint64_t>(c.bits == 8 ? v + 128 : v);
+            for (int k = 0; k < c.bits / 8; ++k) samples.push_back(static_cast<unsigned char>(word >> (8 * k)));
+            expected.push_back(static_cast<float>(static_cast<double>(v) / static_cast<double>(full)));
         }
         Bytes format = c.extensible ? extensibleBody(c.tag, channels, 96000, c.bits)
                                     : formatBody(c.tag, channels, 96000, c.bits);
@@ -157,62 +142,72 @@ TEST(AudioFileRead, EveryFormatReadsBackExactly) {
         reader.read(buffer);
         EXPECT_EQ(buffer.dataRate(), 96000.0f) << c.label;
         size_t mismatches = 0;
-        for (size_t i = 0; i < n; ++i) mismatches += buffer[i] != expected[i];
+        for (size_t i = 0; i < expected.size(); ++i) mismatches += buffer[i] != expected[i];
         EXPECT_EQ(mismatches, 0u) << c.label;
         std::remove(path.c_str());
     }
 }
 
-TEST(AudioFileRead, ReadsStopAtTheFileOrTheBuffer) {
-    Bytes samples;
-    for (int v : {-32768, 32767, 0, 1, -1, 16384, 100, -100}) put16(samples, static_cast<uint32_t>(v));
-    std::string path = writeTemp("mono16.wav", wav(formatBody(1, 1, 44100, 16), samples));
-    AudioFileRead reader(path);
-    reader.openFile();
-    EXPECT_EQ(reader.getDataOffset(), 44);
-    // Longer than the file: reading stops at the file's end, the rest of the buffer stays.
-    StkFrames frames(12, 1);
-    for (size_t i = 0; i < 12; ++i) frames[i] = 7.0f;
-    reader.read(frames);
-    EXPECT_EQ(frames[7], -100.0f / 32768.0f);
-    EXPECT_EQ(frames[8], 7.0f);
-    EXPECT_EQ(frames[11], 7.0f);
-    // Shorter than the file: only what fits.
-    StkFrames few(3, 1);
-    reader.read(few);
-    EXPECT_EQ(few[2], 0.0f);
-    std::remove(path.c_str());
-}
-
-TEST(AudioFileRead, ChunkWalkingAndFrameCount) {
+TEST(AudioFileRead, ChunkWalkingAndReadLengths) {
     Bytes samples;
     for (int i = 0; i < 16; ++i) put16(samples, static_cast<uint32_t>(i * 1000));
     // An even chunk in front of "fmt " and an odd one, with its pad byte, in front of "data".
-    Bytes chunks = chunk("JUNK", Bytes(6, 0xee));
-    append(chunks, chunk("fmt ", formatBody(1, 1, 48000, 16)));
-    append(chunks, chunk("LIST", Bytes(5, 0xdd), true));
-    append(chunks, chunk("data", samples));
+    Bytes chunks = cat({chunk("JUNK", Bytes(6, 0xee)), chunk("fmt ", formatBody(1, 1, 48000, 16)),
+                        chunk("LIST", Bytes(5, 0xdd), true), chunk("data", samples)});
     std::string path = writeTemp("chunks.wav", riff(chunks));
     AudioFileRead reader(path);
     reader.openFile();
+    EXPECT_EQ(reader.getDataOffset(), 12 + 14 + 24 + 14 + 8);
     EXPECT_EQ(reader.getFileSize(), 16u);
-    StkFrames frames(16, 1);
+    // Longer than the file: reading stops at the file's end, the rest of the buffer stays.
+    StkFrames frames(20, 1);
+    for (size_t i = 0; i < 20; ++i) frames[i] = 7.0f;
     reader.read(frames);
     EXPECT_EQ(frames[15], 15000.0f / 32768.0f);
+    EXPECT_EQ(frames[16], 7.0f);
+    EXPECT_EQ(frames[19], 7.0f);
+    // Shorter than the file: only what fits, from the start again.
+    StkFrames few(3, 1), none(0, 1), stereo(8, 2);
+    reader.read(few);
+    EXPECT_EQ(few[2], 2000.0f / 32768.0f);
+    EXPECT_EQ(messageOf([&] { reader.read(none); }), "AudioFileRead::read: StkFrames buffer size is zero ... no data read!");
+    EXPECT_EQ(messageOf([&] { reader.read(stereo); }),
+              "AudioFileRead::read: StkFrames argument has incompatible number of channels!");
+    std::remove(path.c_str());
 
     // In front of "fmt " an odd chunk is skipped without its pad byte: the walk misaligns.
-    Bytes odd = chunk("JUNK", Bytes(5, 0), true);
-    append(odd, chunk("fmt ", formatBody(1, 1, 48000, 16)));
-    append(odd, chunk("data", samples));
+    Bytes odd = cat({chunk("JUNK", Bytes(5, 0), true), chunk("fmt ", formatBody(1, 1, 48000, 16)), chunk("data", samples)});
     EXPECT_NE(failureOf(riff(odd)), "(no failure)");
+}
 
-    // The frame count divides bytes by bits, then by channels, then multiplies by 8, each in
-    // integers: 34 bytes of 16-bit stereo give 34/16/2*8 = 8 frames, not 8.5.
-    Bytes stereo;
-    for (int i = 0; i < 17; ++i) put16(stereo, 0);
-    AudioFileRead rounded(writeTemp("rounded.wav", wav(formatBody(1, 2, 48000, 16), stereo)));
-    rounded.openFile();
-    EXPECT_EQ(rounded.getFileSize(), 8u);
+// The frame count divides bytes by bits, then by channels, then multiplies by 8, each in integers.
+// A buffer sized by getBufferFrames holds the data present and one frame more, however much the
+// header promises, and a read past the data fails with the reader's message.
+TEST(AudioFileRead, FrameCountsAndBufferFrames) {
+    const char* kShort = "AudioFileRead 786 Error while trying to read from the stream.";
+    const struct {
+        uint32_t declaredBytes;
+        size_t presentBytes;
+        uint16_t channels;
+        uint32_t fileSize, bufferFrames;
+        const char* failure;
+    } cases[] = {
+        {64, 64, 2, 16, 16, "(no failure)"},
+        {34, 34, 2, 8, 8, "(no failure)"},  // 34 / 16 / 2 * 8: 8 frames, not 8.5
+        {62, 64, 2, 8, 8, "(no failure)"},
+        {0xFFFFFFF0u, 4, 2, 0x3FFFFFF8u, 2, kShort},
+        {0x7FFFFFF0u, 0, 1, 0x3FFFFFF8u, 1, kShort},
+    };
+    for (const auto& c : cases) {
+        std::string path = writeTemp("frames.wav", promising(1, c.channels, 16, c.declaredBytes, c.presentBytes));
+        AudioFileRead reader(path);
+        reader.openFile();
+        EXPECT_EQ(c.fileSize, reader.getFileSize()) << c.declaredBytes;
+        EXPECT_EQ(c.bufferFrames, reader.getBufferFrames()) << c.declaredBytes;
+        StkFrames frames(reader.getBufferFrames(), reader.getChannels());
+        EXPECT_EQ(c.failure, messageOf([&] { reader.read(frames); })) << c.declaredBytes;
+        std::remove(path.c_str());
+    }
 }
 
 TEST(AudioFileRead, FailureMessagesFromCraftedFiles) {
@@ -261,33 +256,24 @@ TEST(AudioFileRead, FailureMessagesFromCraftedFiles) {
     } const shorts[] = {{1, 8, 3, 881}, {1, 16, 3, 786}, {1, 32, 3, 809}, {3, 32, 3, 832},
                         {3, 64, 3, 848}, {1, 24, 2, 908}, {1, 24, 4, 914}};
     for (const Short& s : shorts) {
-        Bytes chunks = cat({chunk("fmt ", formatBody(s.tag, 1, 44100, s.bits)), text("data"), word(64u * s.bits / 8),
-                            Bytes(s.bytesPresent, 0)});
-        EXPECT_EQ(failureOf(riff(chunks), true),
+        EXPECT_EQ(failureOf(promising(s.tag, 1, s.bits, 64u * s.bits / 8, s.bytesPresent), true),
                   "AudioFileRead " + std::to_string(s.marker) + " Error while trying to read from the stream.")
             << s.bits;
     }
-
-    std::string path = writeTemp("good.wav", wav(formatBody(1, 1, 44100, 16), Bytes(16, 0)));
-    AudioFileRead reader(path);
-    reader.openFile();
-    StkFrames none(0, 1), stereo(8, 2);
-    EXPECT_EQ(messageOf([&] { reader.read(none); }), "AudioFileRead::read: StkFrames buffer size is zero ... no data read!");
-    EXPECT_EQ(messageOf([&] { reader.read(stereo); }),
-              "AudioFileRead::read: StkFrames argument has incompatible number of channels!");
-    std::remove(path.c_str());
 }
 
 TEST(ResourceReaders, FilesAndTheirFailures) {
     auto fileFailure = [](const std::string& path) { return messageOf([&] { vrn::FileReader reader(path); }); };
-    std::string missing = tempPath("missing.wav");
-    EXPECT_EQ(fileFailure(missing), "Cannot find file with name: " + missing);
-    std::string empty = writeTemp("empty.wav", {});
-    EXPECT_EQ(fileFailure(empty), "FileReader: Empty file " + empty);
+    const std::string missing = tempPath("missing.wav"), empty = writeTemp("empty.wav", {});
+    // Files of /proc, and folders, have no length that a seek could tell.
+    const std::pair<std::string, std::string> cases[] = {
+        {missing, "Cannot find file with name: " + missing},
+        {empty, "FileReader: Empty file " + empty},
+        {"/proc/self/status", "FileReader: Cannot determine length of the file /proc/self/status"},
+        {"/", "FileReader: Cannot determine length of the file /"},
+    };
+    for (const auto& [path, message] : cases) EXPECT_EQ(fileFailure(path), message);
     std::remove(empty.c_str());
-    // Files of /proc have no length that a seek could tell.
-    EXPECT_EQ(fileFailure("/proc/self/status"), "FileReader: Cannot determine length of the file /proc/self/status");
-    EXPECT_EQ(fileFailure("/"), "FileReader: Cannot determine length of the file /");
     // sysfs reports a page as the size of a file that holds a few bytes.
     if (access("/sys/devices/system/cpu/online", R_OK) == 0) {
         std::string message = fileFailure("/sys/devices/system/cpu/online");
