@@ -307,7 +307,8 @@ TEST(Lv2Tools, JalvShowsTheEditorInItsWindow) {
     xtest::savePng(xtest::grab(server.display, top, outer.width, outer.height), xtest::screenshotPath("lv2-ui-jalv.png"));
 
     // At the controls' defaults the editor is, pixel for pixel, the VST2 editor's picture.
-    cairo_surface_t* picture = cairo_image_surface_create_from_png((std::string(ORM_SOURCE_DIR) + "/docs/editor.png").c_str());
+    const std::string picturePath = std::string(ORM_SOURCE_DIR) + "/docs/editor.png";
+    cairo_surface_t* picture = cairo_image_surface_create_from_png(picturePath.c_str());
     ASSERT_EQ(cairo_image_surface_get_width(picture), 1000);
     const unsigned char* data = cairo_image_surface_get_data(picture);
     xtest::Screenshot expected = shot;

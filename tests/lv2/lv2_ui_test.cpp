@@ -97,7 +97,8 @@ protected:
                                return 0;
                            }};
     LV2UI_Touch touch = {this, [](LV2UI_Feature_Handle self, uint32_t port, bool grabbed) {
-                             static_cast<Lv2UI*>(self)->events.push_back({grabbed ? Event::TouchOn : Event::TouchOff, port, 0});
+                             const Event::Kind kind = grabbed ? Event::TouchOn : Event::TouchOff;
+                             static_cast<Lv2UI*>(self)->events.push_back({kind, port, 0});
                          }};
 };
 
