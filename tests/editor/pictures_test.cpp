@@ -45,43 +45,35 @@ const fs::path resources = fs::path(ORM_SOURCE_DIR) / "resources";
 
 struct Expected {
     const char* file;
-    unsigned width, height, frameHeight, frames;
+    unsigned width, frameHeight, frames;
 } const pictures[] = {
-    {"orm.png", 1000, 400, 400, 1},
-    {"fender-chicken.png", 66, 6666, 66, 101},
-    {"HorizontalSwitch-3P.png", 40, 60, 20, 3},
-    {"VerticalSwitch.png", 20, 80, 40, 2},
-    {"donate.png", 92, 52, 26, 2},
-    {"orm-icon.png", 128, 128, 128, 1},  // orm-jack's icon in desktop menus
+    {"orm.png", 1000, 400, 1},
+    {"fender-chicken.png", 66, 66, 101},
+    {"HorizontalSwitch-3P.png", 40, 20, 3},
+    {"VerticalSwitch.png", 20, 40, 2},
+    {"donate.png", 92, 26, 2},
+    {"orm-icon.png", 128, 128, 1},  // orm-jack's icon in desktop menus
 };
 
 }  // namespace
 
-TEST(Pictures, CommittedFilesAreWhatTheGeneratorDraws) {
+TEST(Pictures, CommittedFilesAreWhatTheGeneratorDrawsInTheEditorsSizes) {
     fs::path directory = fs::temp_directory_path() / ("orm-pictures-" + std::to_string(::getpid()));
     fs::create_directories(directory);
     std::string command = std::string(ORM_PICTURES_PATH) + " " + directory.string();
     ASSERT_EQ(std::system(command.c_str()), 0);
     for (const auto& picture : pictures) {
+        SCOPED_TRACE(picture.file);
         auto committed = readFile(resources / picture.file);
-        auto drawn = readFile(directory / picture.file);
-        ASSERT_FALSE(committed.empty()) << picture.file;
         // cairo, FreeType and zlib are deterministic on one machine image: the very same bytes.
-        EXPECT_TRUE(committed == drawn) << picture.file << " differs from the generator's output";
+        EXPECT_TRUE(committed == readFile(directory / picture.file)) << "differs from the generator's output";
+        Header h = pngHeader(committed);
+        EXPECT_EQ(h.width, picture.width);
+        EXPECT_EQ(h.height, picture.frameHeight * picture.frames);
+        EXPECT_EQ(h.bitDepth, 8u);
+        EXPECT_EQ(h.colourType, 6u);  // RGB with alpha
     }
     fs::remove_all(directory);
-}
-
-TEST(Pictures, SizesFrameCountsAndColourType) {
-    for (const auto& picture : pictures) {
-        Header h = pngHeader(readFile(resources / picture.file));
-        EXPECT_EQ(h.width, picture.width) << picture.file;
-        EXPECT_EQ(h.height, picture.height) << picture.file;
-        EXPECT_EQ(h.bitDepth, 8u) << picture.file;
-        EXPECT_EQ(h.colourType, 6u) << picture.file;  // RGB with alpha
-        EXPECT_EQ(h.height % picture.frameHeight, 0u) << picture.file;
-        EXPECT_EQ(h.height / picture.frameHeight, picture.frames) << picture.file;
-    }
 }
 
 TEST(Pictures, KnobPointerSweepsThreeHundredDegrees) {
