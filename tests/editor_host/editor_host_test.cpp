@@ -237,17 +237,6 @@ TEST_F(EditorHost, EveryControlReportsItsMovesAndFollowsTheHost) {
     EXPECT_NEAR(heard[heard.size() - 2].value, 0.7f, 1e-6);
     values[2] = 0.7f;
 
-    // More cycles, with host changes in between, for the sanitizers to see every path again.
-    for (int cycle = 0; cycle < 5; ++cycle) {
-        plugin.dispatch(effEditClose);
-        plugin.setParameter(0, 0.1f * float(cycle));
-        values[0] = 0.1f * float(cycle);
-        ASSERT_EQ(open(), 1);
-        plugin.setParameter(3, 1.0f);
-        values[3] = 1.0f;
-        EXPECT_EQ(differences(values), 0) << cycle;
-        EXPECT_EQ(children(), 1);
-    }
     plugin.dispatch(effEditClose);
     EXPECT_EQ(children(), 0);
     EXPECT_EQ(threadCount(), threadsBefore);
