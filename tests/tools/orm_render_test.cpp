@@ -302,11 +302,9 @@ TEST_F(OrmRender, HelpAndReadmeAgree) {
 TEST_F(OrmRender, HostsTheBuiltInAmplifier) {
     // The default source is the orm module beside the tool, driven through its VST2 interface.
     const std::string sine = "--signal sine:1000:-6 --seconds 0.5 --tail 0 ";
-    const Channels plain = render(sine, "a.wav"), loud = render(sine + "--set Output=1", "b.wav"),
-                   driven = render(sine + "--set Output=1 --set 0=1", "c.wav");
+    const Channels plain = render(sine, "a.wav"), loud = render(sine + "--set Output=1", "b.wav");
     ASSERT_EQ(2u, plain.size());
     ASSERT_EQ(2u, loud.size());
-    ASSERT_EQ(2u, driven.size());
     EXPECT_EQ(plain[0], plain[1]);  // Stereo off: output 0 on both sides
     // Output 0.5 -> 1 doubles the level: it acts after every nonlinear stage.
     size_t loudest = 0;
@@ -314,15 +312,6 @@ TEST_F(OrmRender, HostsTheBuiltInAmplifier) {
         if (std::fabs(plain[0][i]) > std::fabs(plain[0][loudest])) loudest = i;
     ASSERT_GT(std::fabs(plain[0][loudest]), 0.0f);
     EXPECT_NEAR(loud[0][loudest] / plain[0][loudest], 2.0, 2.0 * 1e-5);
-    // Volume 0.5 -> 1 takes the wiper from 0.1 to 1: louder, but the stages compress it well
-    // below the tenfold of a linear path.
-    double before = 0, after = 0;
-    for (size_t i = driven[0].size() / 2; i < driven[0].size(); ++i) {
-        before += double(loud[0][i]) * loud[0][i];
-        after += double(driven[0][i]) * driven[0][i];
-    }
-    EXPECT_GT(std::sqrt(after / before), 1.0);
-    EXPECT_LT(std::sqrt(after / before), 10.0);
 }
 
 TEST_F(OrmRender, RunsADcBlockAndACabinetFromAFile) {
@@ -487,7 +476,7 @@ TEST_F(OrmRender, WritesSafely) {
 TEST_F(OrmRender, TheTailLetsTheCabinetRingOut) {
     // An impulse of 0.1 s (4800 samples) through the amplifier, and how long the file is for each
     // tail: none, 0.02 s (still loud at its end: all of it), and by default until the cabinet
-    // has rung out, within the 2 s the tool allows.
+    // has rung out, well within 2 s.
     struct {
         const char* tail;
         size_t shortest, longest;
