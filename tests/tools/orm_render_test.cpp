@@ -7,13 +7,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -290,10 +290,13 @@ TEST_F(OrmRender, HelpAndReadmeAgree) {
     ASSERT_NE(std::string::npos, begin);
     const std::string section = readme.substr(begin, end - begin);
     auto options = [](const std::string& text) {
-        const std::regex option("--[a-z][a-z-]*");
         std::set<std::string> found;
-        for (auto at = std::sregex_iterator(text.begin(), text.end(), option); at != std::sregex_iterator(); ++at)
-            found.insert(at->str());
+        for (size_t at = text.find("--"); at != std::string::npos; at = text.find("--", at + 2)) {
+            if (at + 2 >= text.size() || !std::islower(static_cast<unsigned char>(text[at + 2]))) continue;
+            size_t stop = at + 2;
+            while (stop < text.size() && (std::islower(static_cast<unsigned char>(text[stop])) || text[stop] == '-')) ++stop;
+            if (stop > at + 2) found.insert(text.substr(at, stop - at));
+        }
         return found;
     };
     EXPECT_EQ(options(help), options(section));
