@@ -1,6 +1,7 @@
 #pragma once
-// What the editor's window must show for given values: the panel, each control's frame from its
-// strip and the donation button's frame, composed with cairo straight from the picture files.
+// The editor's panel as its tests know it: each control's place, strip and frame count, and what
+// the window must show for given values (the panel, each control's frame from its strip and the
+// donation button's frame), composed with cairo straight from the picture files.
 
 #include <cairo.h>
 
@@ -8,8 +9,28 @@
 #include <string>
 #include <vector>
 
-#include "EditorSupport.h"
 #include "support/XServer.h"
+
+struct PanelControl {
+    const char* name;
+    const char* strip;
+    int left, top, width, height, frames;
+};
+
+// In parameter order.
+inline const std::vector<PanelControl> panelControls = {
+    {"Volume", "fender-chicken.png", 281, 272, 66, 66, 101},
+    {"Feedback", "fender-chicken.png", 369, 272, 66, 66, 101},
+    {"Output", "fender-chicken.png", 465, 272, 66, 66, 101},
+    {"Oversampling", "HorizontalSwitch-3P.png", 723, 274, 40, 20, 3},
+    {"Cabinet", "VerticalSwitch.png", 721, 304, 20, 40, 2},
+    {"CPU", "VerticalSwitch.png", 671, 304, 20, 40, 2},
+    {"Input", "fender-chicken.png", 185, 272, 66, 66, 101},
+    {"Stereo", "VerticalSwitch.png", 778, 304, 20, 40, 2},
+};
+
+// The built-in description's initial values, in parameter order.
+inline std::vector<float> initialValues() { return {0.5f, 1.0f, 0.5f, 0.5f, 1.0f, 0.0f, 0.5f, 0.0f}; }
 
 inline xtest::Screenshot compose(const std::vector<float>& values, int donateFrame) {
     std::string dir = std::string(ORM_SOURCE_DIR) + "/resources/";
@@ -26,12 +47,10 @@ inline xtest::Screenshot compose(const std::vector<float>& values, int donateFra
         cairo_surface_destroy(picture);
     };
     paint("orm.png", 0, 0, 1000, 400, 0);
-    auto controls = shippedControls();
-    for (size_t i = 0; i < controls->size(); ++i) {
-        auto& c = *(*controls)[i];
-        int frames = c.getControlType() == "CAnimKnob" ? 101 : c.getControlType() == "CHorizontalSwitch" ? 3 : 2;
-        int frame = std::min(frames - 1, int(values[i] * float(frames - 1) + 0.5f));
-        paint(c.getImage(), c.getX(), c.getY(), c.getWidth(), c.getHeight(), frame);
+    for (size_t i = 0; i < panelControls.size(); ++i) {
+        const PanelControl& c = panelControls[i];
+        int frame = std::min(c.frames - 1, int(values[i] * float(c.frames - 1) + 0.5f));
+        paint(c.strip, c.left, c.top, c.width, c.height, frame);
     }
     paint("donate.png", 454, 237, 92, 26, donateFrame);
     cairo_destroy(cr);

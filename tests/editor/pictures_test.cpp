@@ -1,5 +1,5 @@
 // The editor's pictures: the committed files are what orm-pictures draws, with the sizes, frame
-// counts and colour type the editor relies on, and the knob strip turns as a real knob does.
+// counts and alpha the editor relies on, and the knob strip turns as a real knob does.
 
 #include <gtest/gtest.h>
 
@@ -23,65 +23,39 @@ std::vector<unsigned char> readFile(const fs::path& path) {
     return std::vector<unsigned char>(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
-struct Header {
-    unsigned width = 0, height = 0, bitDepth = 0, colourType = 0;
-};
-
-// IHDR is the first chunk, right after the 8-byte signature.
-Header pngHeader(const std::vector<unsigned char>& bytes) {
-    Header h;
-    if (bytes.size() < 33 || bytes[1] != 'P' || std::string(bytes.begin() + 12, bytes.begin() + 16) != "IHDR") return h;
-    auto word = [&](size_t at) {
-        return unsigned(bytes[at]) << 24 | unsigned(bytes[at + 1]) << 16 | unsigned(bytes[at + 2]) << 8 | bytes[at + 3];
-    };
-    h.width = word(16);
-    h.height = word(20);
-    h.bitDepth = bytes[24];
-    h.colourType = bytes[25];
-    return h;
-}
-
 const fs::path resources = fs::path(ORM_SOURCE_DIR) / "resources";
 
 struct Expected {
     const char* file;
-    unsigned width, height, frameHeight, frames;
+    int width, frameHeight, frames;
 } const pictures[] = {
-    {"orm.png", 1000, 400, 400, 1},
-    {"fender-chicken.png", 66, 6666, 66, 101},
-    {"HorizontalSwitch-3P.png", 40, 60, 20, 3},
-    {"VerticalSwitch.png", 20, 80, 40, 2},
-    {"donate.png", 92, 52, 26, 2},
-    {"orm-icon.png", 128, 128, 128, 1},  // orm-jack's icon in desktop menus
+    {"orm.png", 1000, 400, 1},
+    {"fender-chicken.png", 66, 66, 101},
+    {"HorizontalSwitch-3P.png", 40, 20, 3},
+    {"VerticalSwitch.png", 20, 40, 2},
+    {"donate.png", 92, 26, 2},
+    {"orm-icon.png", 128, 128, 1},  // orm-jack's icon in desktop menus
 };
 
 }  // namespace
 
-TEST(Pictures, CommittedFilesAreWhatTheGeneratorDraws) {
+TEST(Pictures, CommittedFilesAreWhatTheGeneratorDrawsInTheEditorsSizes) {
     fs::path directory = fs::temp_directory_path() / ("orm-pictures-" + std::to_string(::getpid()));
     fs::create_directories(directory);
     std::string command = std::string(ORM_PICTURES_PATH) + " " + directory.string();
     ASSERT_EQ(std::system(command.c_str()), 0);
     for (const auto& picture : pictures) {
+        SCOPED_TRACE(picture.file);
         auto committed = readFile(resources / picture.file);
-        auto drawn = readFile(directory / picture.file);
-        ASSERT_FALSE(committed.empty()) << picture.file;
         // cairo, FreeType and zlib are deterministic on one machine image: the very same bytes.
-        EXPECT_TRUE(committed == drawn) << picture.file << " differs from the generator's output";
+        EXPECT_TRUE(committed == readFile(directory / picture.file)) << "differs from the generator's output";
+        cairo_surface_t* png = cairo_image_surface_create_from_png((resources / picture.file).c_str());
+        EXPECT_EQ(cairo_image_surface_get_format(png), CAIRO_FORMAT_ARGB32);  // with alpha
+        EXPECT_EQ(cairo_image_surface_get_width(png), picture.width);
+        EXPECT_EQ(cairo_image_surface_get_height(png), picture.frameHeight * picture.frames);
+        cairo_surface_destroy(png);
     }
     fs::remove_all(directory);
-}
-
-TEST(Pictures, SizesFrameCountsAndColourType) {
-    for (const auto& picture : pictures) {
-        Header h = pngHeader(readFile(resources / picture.file));
-        EXPECT_EQ(h.width, picture.width) << picture.file;
-        EXPECT_EQ(h.height, picture.height) << picture.file;
-        EXPECT_EQ(h.bitDepth, 8u) << picture.file;
-        EXPECT_EQ(h.colourType, 6u) << picture.file;  // RGB with alpha
-        EXPECT_EQ(h.height % picture.frameHeight, 0u) << picture.file;
-        EXPECT_EQ(h.height / picture.frameHeight, picture.frames) << picture.file;
-    }
 }
 
 TEST(Pictures, KnobPointerSweepsThreeHundredDegrees) {

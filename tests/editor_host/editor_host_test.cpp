@@ -1,15 +1,14 @@
 // The editor as a host meets it: the module loaded with dlopen and driven only through its record
 // and dispatcher, its window opened in a window of the host's on a private Xvfb server, the mouse
-// moved by XTest, and the host callback recording what the plug-in reports.  The window tests skip
-// when no X server can be started.
+// moved by XTest, the host callback recording what the plug-in reports, and screenshots compared
+// with the panel composed independently from the picture files.  The window tests skip when no X
+// server can be started.
 
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -44,23 +43,13 @@ intptr_t recordingHost(AEffect*, int32_t opcode, int32_t index, intptr_t, void*,
     return 0;
 }
 
-std::vector<HostEvent> automations() {
-    std::vector<HostEvent> result;
-    for (auto& e : events)
-        if (e.opcode == audioMasterAutomate) result.push_back(e);
-    return result;
-}
-
 TEST(EditorRecord, SizeAndFlagBeforeAnyWindow) {
     Instance plugin(recordingHost);
     EXPECT_TRUE(plugin.effect->flags & effFlagsHasEditor);
     ERect* rect = nullptr;
     ASSERT_EQ(plugin.dispatch(effEditGetRect, 0, 0, &rect), 1);
     ASSERT_NE(rect, nullptr);
-    EXPECT_EQ(rect->left, 0);
-    EXPECT_EQ(rect->top, 0);
-    EXPECT_EQ(rect->right, 1000);
-    EXPECT_EQ(rect->bottom, 400);
+    EXPECT_EQ(std::vector<int>({rect->left, rect->top, rect->right, rect->bottom}), std::vector<int>({0, 0, 1000, 400}));
     // Closed: parameters and idle calls pass without a window, and nothing is reported back.
     events.clear();
     plugin.setParameter(0, 0.3f);
@@ -72,32 +61,10 @@ TEST(EditorRecord, SizeAndFlagBeforeAnyWindow) {
 
 xtest::PrivateServer server;
 
-// How long the editor's idle calls take, over every call the tests make; reported, not asserted.
-// The first call after an open draws the whole panel and is counted apart.
-struct IdleTimes {
-    long calls = 0;
-    double total = 0, worst = 0;  // milliseconds
-    void add(double ms) {
-        ++calls;
-        total += ms;
-        worst = std::max(worst, ms);
-    }
-    void print(const char* what) const {
-        if (calls)
-            std::printf("editor idle, %s: %ld calls, mean %.3f ms, worst %.3f ms\n", what, calls,
-                        total / double(calls), worst);
-    }
-} firstIdles, laterIdles;
-bool justOpened = false;
-
 class EditorHost : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { server.start(); }
-    static void TearDownTestSuite() {
-        server.stop();
-        firstIdles.print("first after open");
-        laterIdles.print("all others");
-    }
+    static void TearDownTestSuite() { server.stop(); }
 
     void SetUp() override {
         display = server.display;
@@ -106,14 +73,14 @@ protected:
         parent = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1000, 400, 0, 0, 0);
         XMapWindow(display, parent);
         XSync(display, False);
+        plugin.start();
+        threadsBefore = threadCount();
     }
 
     void TearDown() override {
         if (display && parent) XDestroyWindow(display, parent);
         if (display) XSync(display, False);
     }
-
-    void* parentHandle() const { return reinterpret_cast<void*>(uintptr_t(parent)); }
 
     int children() {
         XSync(display, False);
@@ -124,32 +91,15 @@ protected:
         return int(count);
     }
 
-    void idle(Instance& plugin) {
-        auto begin = std::chrono::steady_clock::now();
-        plugin.dispatch(effEditIdle);
-        double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
-        (justOpened ? firstIdles : laterIdles).add(ms);
-        justOpened = false;
-    }
-    intptr_t open(Instance& plugin) {
-        justOpened = true;
-        return plugin.dispatch(effEditOpen, 0, 0, parentHandle());
-    }
+    intptr_t open() { return plugin.dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(uintptr_t(parent))); }
 
-    // Idle calls, as a host makes them, until `done` holds (at most about 5 s)...
-    void pump(Instance& plugin, const std::function<bool()>& done) {
-        for (int round = 0; round < 1000; ++round) {
+    // Idle calls, as a host makes them, until `done` holds (at most about 5 s); with no
+    // condition, enough of them for everything sent so far to be drawn.
+    void pump(const std::function<bool()>& done = nullptr) {
+        for (int round = 0; round < (done ? 1000 : 20); ++round) {
             XSync(display, False);
-            idle(plugin);
-            if (done()) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    }
-    // ...or enough of them for everything sent so far to be drawn.
-    void settle(Instance& plugin) {
-        for (int round = 0; round < 20; ++round) {
-            XSync(display, False);
-            idle(plugin);
+            plugin.dispatch(effEditIdle);
+            if (done && done()) return;
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
     }
@@ -162,29 +112,32 @@ protected:
         XTestFakeButtonEvent(display, 1, press ? True : False, CurrentTime);
         XSync(display, False);
     }
-    // Press at (x, y), move by (dx, dy) in ten steps, release; a click when both are 0.  Returns
-    // what the host heard from the gesture.
-    std::vector<HostEvent> drag(Instance& plugin, int x, int y, int dx, int dy) {
+    // Press at (x, y), move down by dy in ten steps, release; a click when dy is 0.  Returns what
+    // the host heard from the gesture.
+    std::vector<HostEvent> drag(int x, int y, int dy) {
         size_t before = events.size();
         move(x, y);
         button(true);
         for (int step = 1; step <= 10; ++step) {
-            if (dx || dy) move(x + dx * step / 10, y + dy * step / 10);
-            idle(plugin);
+            if (dy) move(x, y + dy * step / 10);
+            plugin.dispatch(effEditIdle);
         }
         button(false);
-        pump(plugin, [&] { return events.size() > before && events.back().opcode == audioMasterEndEdit; });
+        pump([&] { return events.size() > before && events.back().opcode == audioMasterEndEdit; });
         return std::vector<HostEvent>(events.begin() + long(before), events.end());
     }
 
-    Screenshot shot() { return xtest::grab(display, parent, 1000, 400); }
+    // Draws what is pending, and how many pixels differ from the panel composed for VALUES.
+    int differences(const std::vector<float>& values, int donateFrame = 0) {
+        pump();
+        return compare(xtest::grab(display, parent, 1000, 400), compose(values, donateFrame)).count;
+    }
 
     Display* display = nullptr;
     Window parent = 0;
+    Instance plugin{recordingHost};
+    int threadsBefore = 0;
 };
-
-// The description's initial values, in parameter order.
-std::vector<float> initialValues() { return {0.5f, 1.0f, 0.5f, 0.5f, 1.0f, 0.0f, 0.5f, 0.0f}; }
 
 // A gesture on one control: pressed at (x, y) in the control, moved by dy, and the value it must
 // send.  A knob in linear mode covers its range in 200 pixels, so 100 pixels are half of it; a
@@ -193,66 +146,57 @@ struct Gesture {
     int x, y, dy;
     float sends;
 };
-struct ControlRow {
-    int index;
-    const char* name;
-    int left, top, width, height;
-    float fromHost;  // set by the host first: what is drawn must change, only in the control's box
-    std::vector<Gesture> gestures;
-};
-
-// Each control starts away from its initial value (the Oversampling switch between two positions,
-// shown at the nearer one), and every gesture changes the value, so each one must be reported.
-const std::vector<ControlRow> panel = {
-    {6, "Input", 185, 272, 66, 66, 0.75f, {{33, 33, 100, 0.25f}}},
-    {0, "Volume", 281, 272, 66, 66, 0.2f, {{33, 33, -100, 0.7f}}},
-    {1, "Feedback", 369, 272, 66, 66, 0.9f, {{33, 33, 100, 0.4f}}},
-    {2, "Output", 465, 272, 66, 66, 0.3f, {{33, 33, -100, 0.8f}}},
-    {3, "Oversampling", 723, 274, 40, 20, 0.8f, {{5, 10, 0, 0.0f}, {35, 10, 0, 1.0f}, {20, 10, 0, 0.5f}}},
-    {5, "CPU", 671, 304, 20, 40, 1.0f, {{10, 10, 0, 0.0f}, {10, 30, 0, 1.0f}}},
-    {4, "Cabinet", 721, 304, 20, 40, 0.0f, {{10, 30, 0, 1.0f}, {10, 10, 0, 0.0f}}},
-    {7, "Stereo", 778, 304, 20, 40, 1.0f, {{10, 10, 0, 0.0f}, {10, 30, 0, 1.0f}}},
-};
 
 TEST_F(EditorHost, EveryControlReportsItsMovesAndFollowsTheHost) {
-    Instance plugin(recordingHost);
-    plugin.start();
-    int threadsBefore = threadCount();
-    ASSERT_EQ(open(plugin), 1);
-    settle(plugin);
+    ASSERT_EQ(open(), 1);
+    pump();
     EXPECT_EQ(threadCount(), threadsBefore);  // the module draws in the host's idle calls only
     EXPECT_EQ(children(), 1);
 
     // The pictures come from inside the module: the window is the panel with every control at the
     // effect's values, pixel for pixel as composed from the committed files.
-    Screenshot before = shot();
+    Screenshot before = xtest::grab(display, parent, 1000, 400);
     xtest::savePng(before, xtest::screenshotPath("editor-through-plugin.png"));
     std::vector<float> values = initialValues();
-    xtest::Difference d = compare(before, compose(values, 0));
-    EXPECT_EQ(d.count, 0) << "differs in " << d.box.left << "," << d.box.top << " .. " << d.box.right << ","
-                          << d.box.bottom;
+    EXPECT_EQ(compare(before, compose(values, 0)).count, 0);
 
-    for (const ControlRow& row : panel) {
-        SCOPED_TRACE(row.name);
+    // Each control, a value set by the host first (away from its initial one; the Oversampling
+    // switch between two positions, shown at the nearer one), then gestures that each change it.
+    const struct {
+        int index;
+        float fromHost;
+        std::vector<Gesture> gestures;
+    } rows[] = {
+        {6, 0.75f, {{33, 33, 100, 0.25f}}},
+        {0, 0.2f, {{33, 33, -100, 0.7f}}},
+        {1, 0.9f, {{33, 33, 100, 0.4f}}},
+        {2, 0.3f, {{33, 33, -100, 0.8f}}},
+        {3, 0.8f, {{5, 10, 0, 0.0f}, {35, 10, 0, 1.0f}, {20, 10, 0, 0.5f}}},
+        {5, 1.0f, {{10, 10, 0, 0.0f}, {10, 30, 0, 1.0f}}},
+        {4, 0.0f, {{10, 30, 0, 1.0f}, {10, 10, 0, 0.0f}}},
+        {7, 1.0f, {{10, 10, 0, 0.0f}, {10, 30, 0, 1.0f}}},
+    };
+    for (const auto& row : rows) {
         const size_t i = size_t(row.index);
+        const PanelControl& c = panelControls[i];
+        SCOPED_TRACE(c.name);
         // The host's setParameter turns this control on screen, and only it, and isn't echoed.
         events.clear();
         plugin.setParameter(row.index, row.fromHost);
-        settle(plugin);
-        Screenshot automated = shot();
-        d = compare(before, automated);
+        pump();
+        xtest::Difference d = compare(before, xtest::grab(display, parent, 1000, 400));
         EXPECT_GT(d.count, 50);
-        EXPECT_GE(d.box.left, row.left);
-        EXPECT_LE(d.box.right, row.left + row.width);
-        EXPECT_GE(d.box.top, row.top);
-        EXPECT_LE(d.box.bottom, row.top + row.height);
+        EXPECT_GE(d.box.left, c.left);
+        EXPECT_LE(d.box.right, c.left + c.width);
+        EXPECT_GE(d.box.top, c.top);
+        EXPECT_LE(d.box.bottom, c.top + c.height);
         values[i] = row.fromHost;
-        EXPECT_EQ(compare(automated, compose(values, 0)).count, 0);
+        EXPECT_EQ(differences(values), 0);
         EXPECT_TRUE(events.empty());
 
         // Each gesture: one edit of this parameter, begin, automations, end, ending at the value.
         for (const Gesture& g : row.gestures) {
-            std::vector<HostEvent> heard = drag(plugin, row.left + g.x, row.top + g.y, 0, g.dy);
+            std::vector<HostEvent> heard = drag(c.left + g.x, c.top + g.y, g.dy);
             ASSERT_GE(heard.size(), 3u);
             EXPECT_EQ(heard.front().opcode, audioMasterBeginEdit);
             EXPECT_EQ(heard.back().opcode, audioMasterEndEdit);
@@ -262,63 +206,37 @@ TEST_F(EditorHost, EveryControlReportsItsMovesAndFollowsTheHost) {
                 EXPECT_EQ(e.index, row.index);
                 if (e.opcode != audioMasterAutomate) continue;
                 // A drag's steps move one way, without overshoot.
-                if (g.dy) {
-                    EXPECT_TRUE((e.value - last) * (g.sends - values[i]) > 0 &&
-                                std::abs(e.value - values[i]) <= std::abs(g.sends - values[i]) + 1e-6f)
-                        << e.value;
-                }
+                EXPECT_TRUE((e.value - last) * (g.sends - values[i]) > 0 &&
+                            std::abs(e.value - values[i]) <= std::abs(g.sends - values[i]) + 1e-6f)
+                    << e.value;
                 last = e.value;
                 ++automates;
             }
-            if (g.dy == 0) {
-                EXPECT_EQ(automates, 1);  // a click sends its position once
-            }
+            EXPECT_TRUE(g.dy || automates == 1);  // a click sends its position once
             EXPECT_NEAR(last, g.sends, 1e-6);
-            if (g.dy) {
-                std::printf("%-12s from %.6g, drag %d px %s: sends %.6g (%d automate calls)\n", row.name,
-                            values[i], std::abs(g.dy), g.dy < 0 ? "up" : "down", last, automates);
-            } else {
-                std::printf("%-12s from %.6g, click at (%d, %d): sends %.6g\n", row.name, values[i], g.x, g.y,
-                            last);
-            }
             values[i] = g.sends;
             for (size_t k = 0; k < values.size(); ++k) EXPECT_NEAR(plugin.getParameter(int(k)), values[k], 1e-6) << k;
-            settle(plugin);
-            before = shot();
-            EXPECT_EQ(compare(before, compose(values, 0)).count, 0);
+            EXPECT_EQ(differences(values), 0);
+            before = xtest::grab(display, parent, 1000, 400);
         }
     }
 
-    // Closed, changed while closed, opened again: a new window at the current values.
+    // Closed, changed while closed, opened again: a new window at the current values...
     plugin.dispatch(effEditClose);
     EXPECT_EQ(children(), 0);
     plugin.setParameter(2, 0.9f);
     values[2] = 0.9f;
-    idle(plugin);
-    ASSERT_EQ(open(plugin), 1);
-    settle(plugin);
+    plugin.dispatch(effEditIdle);
+    ASSERT_EQ(open(), 1);
+    EXPECT_EQ(differences(values), 0);
     EXPECT_EQ(children(), 1);
-    EXPECT_EQ(compare(shot(), compose(values, 0)).count, 0);
     // ...which takes the mouse as the first did: Output 40 pixels down from 0.9.
-    drag(plugin, 498, 305, 0, 40);
-    auto moves = automations();
-    ASSERT_FALSE(moves.empty());
-    EXPECT_EQ(moves.back().index, 2);
-    EXPECT_NEAR(moves.back().value, 0.7f, 1e-6);
+    std::vector<HostEvent> heard = drag(498, 305, 40);
+    ASSERT_GE(heard.size(), 3u);
+    EXPECT_EQ(heard[heard.size() - 2].index, 2);
+    EXPECT_NEAR(heard[heard.size() - 2].value, 0.7f, 1e-6);
     values[2] = 0.7f;
 
-    // More cycles, with host changes in between, for the sanitizers to see every path again.
-    for (int cycle = 0; cycle < 5; ++cycle) {
-        plugin.dispatch(effEditClose);
-        plugin.setParameter(0, 0.1f * float(cycle));
-        values[0] = 0.1f * float(cycle);
-        ASSERT_EQ(open(plugin), 1);
-        plugin.setParameter(3, 1.0f);
-        values[3] = 1.0f;
-        settle(plugin);
-        EXPECT_EQ(children(), 1);
-        EXPECT_EQ(compare(shot(), compose(values, 0)).count, 0) << cycle;
-    }
     plugin.dispatch(effEditClose);
     EXPECT_EQ(children(), 0);
     EXPECT_EQ(threadCount(), threadsBefore);
@@ -333,10 +251,7 @@ TEST_F(EditorHost, DonateButtonCallsTheOpenerAndNothingElse) {
     fs::create_directories(directory);
     fs::path log = directory / "calls";
     fs::remove(log);
-    {
-        std::ofstream script(directory / "xdg-open");
-        script << "#!/bin/sh\nprintf '%s %s\\n' \"$#\" \"$1\" >> '" << log.string() << "'\n";
-    }
+    std::ofstream(directory / "xdg-open") << "#!/bin/sh\nprintf '%s %s\\n' \"$#\" \"$1\" >> '" << log.string() << "'\n";
     fs::permissions(directory / "xdg-open", fs::perms::owner_all);
     std::string oldPath = getenv("PATH") ? getenv("PATH") : "";
     setenv("PATH", (directory.string() + ":" + oldPath).c_str(), 1);
@@ -347,29 +262,23 @@ TEST_F(EditorHost, DonateButtonCallsTheOpenerAndNothingElse) {
         return lines;
     };
 
-    Instance plugin(recordingHost);
-    plugin.start();
-    int threadsBefore = threadCount();
-    ASSERT_EQ(open(plugin), 1);
-    settle(plugin);
+    ASSERT_EQ(open(), 1);
+    pump();
     for (int click = 1; click <= 2; ++click) {
-        events.clear();
         move(500, 250);
         button(true);
         button(false);
-        pump(plugin, [&] { return calls().size() >= size_t(click); });
-        settle(plugin);
+        pump([&] { return calls().size() >= size_t(click); });
         ASSERT_EQ(calls().size(), size_t(click));
         // One argument, the page; the host part is a build setting.
         const std::string call = calls().back();
-        std::printf("opener called with: %s\n", call.c_str());
         EXPECT_EQ(call.rfind("1 http", 0), 0u) << call;
         const std::string page = "/product.php?id=103#donate";
         EXPECT_EQ(call.substr(call.size() - std::min(call.size(), page.size())), page);
+        // The button flips its picture at each click; nothing else changes.
+        EXPECT_EQ(differences(initialValues(), click % 2), 0);
         EXPECT_TRUE(events.empty());  // no automation, no edit gesture
         for (int k = 0; k < 8; ++k) EXPECT_EQ(plugin.getParameter(k), initialValues()[size_t(k)]) << k;
-        // The button flips its picture at each click; nothing else changes.
-        EXPECT_EQ(compare(shot(), compose(initialValues(), click % 2)).count, 0);
     }
     EXPECT_EQ(threadCount(), threadsBefore);
     plugin.dispatch(effEditClose);
@@ -377,17 +286,18 @@ TEST_F(EditorHost, DonateButtonCallsTheOpenerAndNothingElse) {
     fs::remove_all(directory);
 }
 
-TEST_F(EditorHost, ClosingThePlugInWithItsEditorOpen) {
-    int threadsBefore = threadCount();
-    {
-        Instance plugin(recordingHost);
-        plugin.start();
-        ASSERT_EQ(open(plugin), 1);
-        settle(plugin);
-        EXPECT_EQ(children(), 1);
-        // Suspend and effClose with the window still up: the effect takes its editor with it.
-        EXPECT_EQ(plugin.close(), 1);
-    }
+TEST_F(EditorHost, ABadParentGivesNoWindowAndClosingWithTheEditorOpenTakesIt) {
+    EXPECT_EQ(plugin.dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(uintptr_t(0x7fffff))), 0);
+    plugin.dispatch(effEditIdle);
+    plugin.setParameter(0, 0.2f);
+    plugin.dispatch(effEditClose);
+    plugin.setParameter(0, 0.5f);
+
+    ASSERT_EQ(open(), 1);
+    pump();
+    EXPECT_EQ(children(), 1);
+    // Suspend and effClose with the window still up: the effect takes its editor with it.
+    EXPECT_EQ(plugin.close(), 1);
     EXPECT_EQ(children(), 0);
     EXPECT_EQ(threadCount(), threadsBefore);
     // The host's window and connection are unharmed.
