@@ -7,9 +7,6 @@
 #include <complex>
 #include <random>
 #include <cstdio>
-#include <functional>
-#include <initializer_list>
-#include <utility>
 #include <tuple>
 #include <sstream>
 #include <stdexcept>
@@ -136,8 +133,6 @@ TEST(WaveConvolver, UnitImpulseResponsePassesTheInput) {
         auto out = run(*wave, in);
         for (size_t i = 0; i < frames; ++i) worst = std::max(worst, static_cast<double>(std::fabs(out[i] - in[i])));
     }
-    std::printf("[ figures  ] unit impulse, largest transform %llu: worst |out - in| = %.3g for |in| <= 1\n",
-                static_cast<unsigned long long>(wave->getConvolver().getFFTSize()), worst);
     EXPECT_LT(worst, 1e-6);
 }
 
@@ -213,7 +208,6 @@ TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
 TEST(WaveConvolver, ResamplingKeepsLengthAlignmentMagnitudeAndLevel) {
     const std::vector<scalar> response = testResponse();
     const double src = 44100.0;
-    double worstDb = 0.0;
     for (double dst : {48000.0, 88200.0, 96000.0}) {
         auto out = WaveConvolver::resample(response, src, dst);
         const size_t expectedLength = static_cast<size_t>(dst / src * response.size() + 0.5);
@@ -231,17 +225,12 @@ TEST(WaveConvolver, ResamplingKeepsLengthAlignmentMagnitudeAndLevel) {
         double worst = 0.0;
         for (double f = 0.0; f <= 0.9 * src / 2; f += 0.9 * src / 2 / 200)
             worst = std::max(worst, std::fabs(magnitudeDb(out, f, dst) - magnitudeDb(response, f, src)));
-        worstDb = std::max(worstDb, worst);
         double sumIn = 0.0, sumOut = 0.0;
         for (scalar x : response) sumIn += x;
         for (scalar x : out) sumOut += x;
-        std::printf("[ figures  ] 44100 -> %.0f Hz: %zu samples, peak of an impulse at %zu (%.6f x src/dst), "
-                    "worst magnitude deviation %.2e dB, DC gain %.7f vs %.7f\n",
-                    dst, out.size(), peak, pulse[0] * dst / src, worst, sumOut, sumIn);
         EXPECT_LT(worst, 0.01) << dst;
         EXPECT_NEAR(sumOut / sumIn, 1.0, 1e-5) << dst;
     }
-    EXPECT_LT(worstDb, 0.01);
 
     // Through the element: a response held at 44100 Hz, running at 48000 Hz.
     auto wave = makeWave(memoryProperties());
@@ -298,17 +287,6 @@ TEST(WaveConvolver, Messages) {
         if (*name) p[name] = value;
         EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), message);
     }
-    p["Location"] = "memory";
-    EXPECT_THROW(wave.init("WV", p, noContext), InvalidArgumentException);
-    const std::pair<std::function<void()>, const char*> calls[] = {
-        {[&] { wave.init("WV", noContext); }, "WaveConvolver: init(name, context) is not yet implemented."},
-        {[&] { wave.process(std::make_shared<std::vector<scalar>>(1), 0, 0); }, "WaveConvolver: Iteration is not supported."},
-        {[&] { wave.getLastIterationResults(); }, "WaveConvolver: getLastIterationResults is not supported."},
-        {[&] { wave.endIteration(0); }, "WaveConvolver: endIteration is not supported."},
-        {[&] { wave.getOutput(2); }, "Convolver: Invalid output index: 2"},
-    };
-    for (const auto& [call, message] : calls) EXPECT_EQ(messageOf(call), message);
-    EXPECT_THROW(wave.process(1.0f), OperationNotSupportedException);
 }
 
 TEST(WaveConvolver, FileResponseEndToEndThroughTheDriver) {
@@ -367,6 +345,5 @@ TEST(WaveConvolver, FileResponseEndToEndThroughTheDriver) {
         }
     }
     std::remove(path.c_str());
-    std::printf("[ figures  ] File response through the Driver: worst |out - direct| = %.3g\n", worst);
     EXPECT_LT(worst, 1e-6);
 }
