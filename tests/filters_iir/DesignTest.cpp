@@ -93,19 +93,15 @@ TEST(FilterDesign, ButterworthWorkedValues) {
         {1, 0.1, {-0.50952545f}, {0.24523728f, 0.24523728f}},
         {3, 0.1, {-1.76004188f, 1.18289326f, -0.27805992f}, {0.01809893f, 0.05429680f, 0.05429680f, 0.01809893f}},
     };
-    double worst = 0;
     for (const Case& c : cases) {
         auto context = run(BUTTERWORTH, c.order, c.fc);
         // The worked values carry 8 decimals.
         for (const auto& [actual, expected] : {std::make_pair(*context->a, c.a), std::make_pair(*context->b, c.b)}) {
             ASSERT_EQ(actual.size(), expected.size()) << c.order;
-            for (size_t k = 0; k < expected.size(); ++k) {
+            for (size_t k = 0; k < expected.size(); ++k)
                 EXPECT_NEAR(actual[k], expected[k], 1e-7) << "order " << c.order << " fc " << c.fc << " [" << k << "]";
-                worst = std::max(worst, std::fabs(double(actual[k]) - expected[k]));
-            }
         }
     }
-    std::printf("[ figures  ] four Butterworth worked designs: worst coefficient difference %.3g\n", worst);
 }
 
 TEST(FilterDesign, ButterworthMagnitudeOnTheUnitCircle) {
@@ -124,8 +120,6 @@ TEST(FilterDesign, ButterworthMagnitudeOnTheUnitCircle) {
             }
         }
     }
-    std::printf("[ figures  ] Butterworth orders 1-10, four corners: worst |corner + 3.0103 dB| %.3g dB, worst |DC| %.3g dB, "
-                "worst deviation from the analytic response above -60 dB %.3g dB\n", worstCorner, worstDc, worstShape);
     // What is left is the rounding of the coefficients to 32 bits.
     EXPECT_LT(worstCorner, 0.01);
     EXPECT_LT(worstDc, 0.01);
@@ -142,12 +136,10 @@ TEST(FilterDesign, ButterworthMagnitudeOnTheUnitCircle) {
 }
 
 TEST(FilterDesign, BesselHasFlatGroupDelay) {
-    double worst = 0;
     for (bool matched : {false, true}) {
         for (uint64_t order : {2, 4, 6}) {
             auto bessel = run(BESSEL, order, 0.05, matched);
             const double spread = delaySpread(bessel, 0.025);
-            if (order > 2) worst = std::max(worst, spread);
             // A maximally flat delay, well below Butterworth's.  The analog second-order prototype
             // 3 / (s^2 + 3 s + 3) itself loses 2.0 % of its delay at half its -3 dB frequency;
             // higher orders stay within 1 %.
@@ -156,7 +148,6 @@ TEST(FilterDesign, BesselHasFlatGroupDelay) {
             EXPECT_NEAR(db(bessel, 0.0), 0.0, 0.01);
         }
     }
-    std::printf("[ figures  ] Bessel orders 4 and 6 at 0.05: worst group delay spread up to fc/2 %.2f %%\n", 100 * worst);
     // Matched z adds no zeros at z = -1: b has one non-zero entry.
     auto c = run(BESSEL, 4, 0.1, true);
     EXPECT_EQ(c->a->size(), 4u);
@@ -193,8 +184,9 @@ TEST(FilterDesign, BesselMatchesAReferenceDesignAtEveryOrder) {
 
 // Golden values from scipy 1.10 with the edges 0.1 and 0.2 at fs = 1: butter(2, ...),
 // cheby1(3, 1.0, ...) and bessel(5, ..., norm='mag') with btype 'bandpass' and 'bandstop',
-// a[1:] and b.  A band-pass has no gain at DC, so its b, scaled to unity there, is unusable:
-// only its poles are compared.  The band-stops are unity at DC in both designs.
+// a[1:] and b; and butter(3, 0.1, 'highpass', fs=1).  A band-pass or a high-pass has no gain at
+// DC, so its b, scaled to unity there, is unusable: only its poles are compared.  The band-stops
+// are unity at DC in both designs.
 TEST(FilterDesign, BandPassAndBandStopMatchAReferenceDesign) {
     struct Case {
         Options family, band;
@@ -202,6 +194,7 @@ TEST(FilterDesign, BandPassAndBandStopMatchAReferenceDesign) {
         std::vector<double> a, b;
     };
     const Case cases[] = {
+        {BUTTERWORTH, HIGHPASS, 3, {-1.76004188, 1.18289326, -0.278059918}, {}},
         {BUTTERWORTH, BANDPASS, 2, {-1.94246878, 2.1192024, -1.21665164, 0.412801598}, {}},
         {BUTTERWORTH, BANDSTOP, 2, {-1.94246878, 2.1192024, -1.21665164, 0.412801598},
          {0.638945525, -1.57956021, 2.25411294, -1.57956021, 0.638945525}},
@@ -228,13 +221,7 @@ TEST(FilterDesign, BandPassAndBandStopMatchAReferenceDesign) {
 
 TEST(FilterDesign, OtherBandsOfTheCore) {
     using namespace core;
-    std::vector<scalar> a, b, lowA, lowB;
-    // A Butterworth high-pass has the denominator of the low-pass at 0.5 - fc with alternating
-    // signs (z -> -z).  Its gain at DC is 0, so the DC normalisation leaves b unusable.
-    designCore(request(kButterworth | 0x440 | kOrder, 3, 0.1), a, b);
-    designCore(request(kButterworth | 0x420 | kOrder, 3, 0.4), lowA, lowB);
-    for (size_t k = 0; k < 3; ++k) EXPECT_NEAR(a[k], (k % 2 == 0 ? -1 : 1) * lowA[k], 1e-6) << k;
-
+    std::vector<scalar> a, b;
 
     // Chebyshev, 1 dB ripple, even order: DC sits at the bottom of the ripple, the peaks 1 dB above.
     CoreRequest cheby = request(kChebyshev | 0x420 | kOrder, 4, 0.1);
