@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <sstream>
 #include <string>
@@ -14,6 +13,7 @@
 #include "filters/Fir.h"
 
 #include "support/AllocationCounter.h"
+#include "tests/filters_iir/Reference.h"
 
 using namespace vrn;
 
@@ -170,50 +170,18 @@ TEST(ResamplingFilters, OversamplingSystemThroughTheDriverKeepsASineAtUnity) {
     // Relative corners are fractions of the host rate; absolute ones are in Hz.
     for (const Case& c : {Case{4, R"(RelativeCornerFrequency="0.45")"}, Case{8, R"(RelativeCornerFrequency="0.45")"},
                           Case{2, R"(AbsoluteCornerFrequency="20000")"}}) {
-        std::shared_ptr<Driver> driver = Driver::create();
         std::istringstream description(oversamplingSystem(c.factor, c.corners));
+        std::shared_ptr<Driver> driver = Driver::create();
         driver->init(description);
         driver->setSamplingRate(48000.0f);
         driver->setMaxBlockSize(256);
         ASSERT_EQ(driver->getMultipliers().size(), 2u);
         EXPECT_DOUBLE_EQ(driver->getMultipliers()[1], c.factor);  // G2 runs at the high rate
 
-        const double amplitude = 0.5, frequency = 1000.0, rate = 48000.0;
-        const size_t total = 48000;
-        std::vector<scalar> input(total), output;
-        for (size_t i = 0; i < total; ++i)
-            input[i] = static_cast<scalar>(amplitude * std::sin(2.0 * M_PI * frequency * i / rate));
-        // Blocks of wandering length, as hosts send them.
-        const size_t lengths[] = {256, 100, 7, 256, 31, 128};
-        size_t at = 0, block = 0;
         long allocationsInSteadyState = 0;
-        orm_test::AllocationScope scope;
-        while (at < total) {
-            size_t n = std::min(lengths[block++ % 6], total - at);
-            std::vector<scalar*> inputs{input.data() + at};
-            const long before = orm_test::allocationCount().load();
-            driver->process(inputs, n);
-            if (block > 12) allocationsInSteadyState += orm_test::allocationCount().load() - before;
-            const scalar* out = driver->getOutputs()[0];
-            output.insert(output.end(), out, out + n);
-            at += n;
-        }
+        const auto output = ormtest::renderSine(*driver, 0, 48000, &allocationsInSteadyState);
         EXPECT_EQ(allocationsInSteadyState, 0);
-        ASSERT_EQ(output.size(), total);
-
-        // Amplitude and phase by projection on the sine and cosine over whole periods, after the
-        // filters' delay has passed.
-        double s = 0.0, co = 0.0;
-        const size_t from = 4800, to = total;  // 44 periods of 48 samples… rounded to periods
-        const size_t end = from + (to - from) / 48 * 48;
-        for (size_t i = from; i < end; ++i) {
-            const double t = 2.0 * M_PI * frequency * i / rate;
-            s += output[i] * std::sin(t);
-            co += output[i] * std::cos(t);
-        }
-        const double measured = 2.0 * std::sqrt(s * s + co * co) / static_cast<double>(end - from);
-        const double gainDb = 20.0 * std::log10(measured / amplitude);
-        EXPECT_TRUE(std::all_of(output.begin(), output.end(), [](scalar v) { return std::isfinite(v); }));
-        EXPECT_LT(std::fabs(gainDb), 0.1) << "factor " << c.factor;
+        // After the filters' delay has passed.
+        EXPECT_NEAR(ormtest::sineGainDb(output, 4800), 0.0, 0.1) << "factor " << c.factor;
     }
 }
