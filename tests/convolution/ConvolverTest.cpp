@@ -11,6 +11,7 @@
 #include "filters/Convolver.h"
 
 #include "support/AllocationCounter.h"
+#include "tests/filters_iir/Reference.h"
 
 using namespace vrn;
 
@@ -30,16 +31,6 @@ std::shared_ptr<std::vector<scalar>> randomVector(std::mt19937& random, size_t n
     std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
     for (auto& x : *v) x = uniform(random);
     return v;
-}
-
-template <typename F>
-std::string messageOf(F f) {
-    try {
-        f();
-    } catch (const VRNException& e) {
-        return e.getMessage();
-    }
-    return "(no failure)";
 }
 
 }  // namespace
@@ -157,7 +148,7 @@ TEST(Convolver, RefusalsAtTheLimits) {
         {[&] { convolver->setMaxBlockSize(0); }, "Convolver: Invalid maxBlockSize0"},
         {[&] { convolver->getOutput(1); }, "Convolver: Invalid output index: 1"},
     };
-    for (const auto& [call, message] : cases) EXPECT_EQ(messageOf(call), message);
+    for (const auto& [call, message] : cases) EXPECT_EQ(ormtest::message(call), message);
 }
 
 TEST(Convolver, SteadyStateBlocksAllocateNothing) {

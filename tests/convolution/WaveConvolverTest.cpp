@@ -8,7 +8,6 @@
 #include <random>
 #include <cstdio>
 #include <tuple>
-#include <stdexcept>
 
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "filters/WaveConvolver.h"
 #include "support/TestSupport.h"
 #include "support/WavBytes.h"
+#include "tests/filters_iir/Reference.h"
 
 using namespace vrn;
 
@@ -64,18 +64,6 @@ std::vector<scalar> impulse(size_t n) {
     std::vector<scalar> v(n, 0.0f);
     v[0] = 1.0f;
     return v;
-}
-
-template <typename F>
-std::string messageOf(F f) {
-    try {
-        f();
-    } catch (const VRNException& e) {
-        return e.getMessage();
-    } catch (const std::out_of_range& e) {
-        return e.what();
-    }
-    return "(no failure)";
 }
 
 // |Σ h[n]·e^(-j2πfn/rate)| in dB, in double.
@@ -154,8 +142,8 @@ TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
     out = run(*wave, impulse(4));
     EXPECT_NEAR(out[0], -0.5f, 1e-7);  // (0, 2) less its mean 1, times 0.5
     EXPECT_NEAR(out[1], 0.5f, 1e-7);
-    EXPECT_EQ(messageOf([&] { wave->propertyChanged("Selected", 1.5f); }), "invalid vector<T> subscript");
-    EXPECT_EQ(messageOf([&] { wave->propertyChanged("Selected", 3.0f); }),
+    EXPECT_EQ(ormtest::message([&] { wave->propertyChanged("Selected", 1.5f); }), "invalid vector<T> subscript");
+    EXPECT_EQ(ormtest::message([&] { wave->propertyChanged("Selected", 3.0f); }),
               "WaveConvolver: Invalid selection: 3 max selection value 2");
     wave->propertyChanged("Whatever", 1.0f);  // ignored
     wave->propertyChanged("Whatever", std::make_shared<std::vector<scalar>>(1, 1.0f));
@@ -186,7 +174,7 @@ TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
     }
     Properties zero = memoryProperties();
     zero["MaxIRRate"] = "0";
-    EXPECT_EQ(messageOf([&] { makeWave(zero); }), "WaveConvolver: MaxIRRate must be greater than 0. WaveConvolver name=WV MaxIRRate=0");
+    EXPECT_EQ(ormtest::message([&] { makeWave(zero); }), "WaveConvolver: MaxIRRate must be greater than 0. WaveConvolver name=WV MaxIRRate=0");
 }
 
 TEST(WaveConvolver, ResamplingKeepsLengthAlignmentMagnitudeAndLevel) {
@@ -253,7 +241,7 @@ TEST(WaveConvolver, FileAndDllLocations) {
 
     // The element composes name, type and "|", which leaves the reader an empty name.
     auto dll = makeWave(props({{"Location", "Dll"}, {"ImpulseResponses", "CAB"}, {"DllResourceType", "WAV"}, {"MaxIRSize", "100"}}));
-    EXPECT_EQ(messageOf([&] { dll->setSamplingRate(44100.0f); }), "Could not locate Resource File ");
+    EXPECT_EQ(ormtest::message([&] { dll->setSamplingRate(44100.0f); }), "Could not locate Resource File ");
 }
 
 TEST(WaveConvolver, Messages) {
@@ -269,7 +257,7 @@ TEST(WaveConvolver, Messages) {
     Properties p;
     for (const auto& [name, value, message] : steps) {
         if (*name) p[name] = value;
-        EXPECT_EQ(messageOf([&] { wave.init("WV", p, noContext); }), message);
+        EXPECT_EQ(ormtest::message([&] { wave.init("WV", p, noContext); }), message);
     }
 }
 

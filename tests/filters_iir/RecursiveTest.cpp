@@ -50,15 +50,6 @@ std::unique_ptr<F> make(const Coefficients& a, const Coefficients& b, Entries ex
     return filter;
 }
 
-std::string message(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const VRNException& e) {
-        return e.getMessage();
-    }
-    return "";
-}
-
 // Runs a signal through a filter's block kernel in pieces of the given sizes, cycling.
 std::vector<scalar> runBlocks(Filter& filter, const std::vector<scalar>& in, const std::vector<size_t>& sizes) {
     std::vector<scalar> out(in.size());
@@ -294,7 +285,7 @@ TEST(RecursiveFilters, Messages) {
         {[&] { iir->setA({1}); }, "Iir: Invalid number of \"A\" coefficients. Expected: 2 got: 1"},
         {[&] { iir->setOrder(3); iir->process(four, out, 4); }, "Iir: Invalid length of \"a\" coefficients. Expecting: 3. Got: 2"},
     };
-    for (const auto& [action, expected] : cases) EXPECT_EQ(message(action), expected);
+    for (const auto& [action, expected] : cases) EXPECT_EQ(ormtest::message(action), expected);
     // A first-order filter takes the first of surplus A values.
     EXPECT_EQ(make<FirstOrderIIR>({1, 2}, {1, 0})->getA()[0], 1.0f);
 

@@ -1,11 +1,15 @@
 #pragma once
-// Double-precision references for the recursive filter tests: the difference equation written
-// out plainly, and the frequency response of coefficient vectors on the unit circle.
+// Double-precision references for the filter suites: the difference equation written out
+// plainly, the frequency response of coefficient vectors on the unit circle, a sine's level
+// through a Driver; and small helpers they share.
 
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <functional>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "engine/Context.h"
@@ -76,6 +80,30 @@ double groupDelay(const std::vector<T>& a, const std::vector<T>& b, double f) {
     while (d > pi) d -= 2 * pi;
     while (d < -pi) d += 2 * pi;
     return -d / (2 * pi * 2 * h);
+}
+
+// The message of the exception an action throws, "" when it throws none.
+inline std::string message(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const vrn::VRNException& e) {
+        return e.getMessage();
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return "";
+}
+
+// A DSP graph of one element fed by source's node: <Element Type="type" Name="name"> with the
+// given properties, its output the graph's node "out".
+inline std::string elementGraph(const std::string& graph, const std::string& multiplier, const std::string& type,
+                                const std::string& name, const std::string& properties, const std::string& source,
+                                const std::string& node) {
+    return "<Graph Name=\"" + graph + "\" Type=\"DSP\" Multiplier=\"" + multiplier + "\">" +
+           "<NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph=\"" + source + "\" Node=\"" + node + "\"/></Inputs>" +
+           "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/>" +
+           "<Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/></Inputs></Element>" +
+           "<Output><Node Name=\"out\" Element=\"" + name + "\" Port=\"out\"/></Output></Graph>";
 }
 
 inline std::shared_ptr<vrn::DSPContext> makeContext() { return std::make_shared<vrn::DSPContext>(); }

@@ -40,15 +40,6 @@ std::unique_ptr<R> make(Properties p, int maxBlock = 256, float rate = 0, std::s
     return r;
 }
 
-std::string message(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const VRNException& e) {
-        return e.getMessage();
-    }
-    return "";
-}
-
 std::vector<scalar> coefficients(Filter& section, bool a) {
     auto* biquad = dynamic_cast<BiQuad*>(&section);
     return a ? std::vector<scalar>(biquad->getA(), biquad->getA() + 2)
@@ -175,51 +166,22 @@ TEST(IirResamplers, FactorFramesAndMessages) {
         {[&] { odd->setMaxBlockSize(4); odd->process(manyInputs, 16); },
          "IirDecimator: framesPerBuffer (16) is greater than maxBlockSize (8)."},
     };
-    for (const auto& [action, expected] : cases) EXPECT_EQ(message(action), expected);
+    for (const auto& [action, expected] : cases) EXPECT_EQ(ormtest::message(action), expected);
 }
 
 namespace {
 
-const char* kOversampledSystem = R"(<System>
-  <Graphs>
-    <Graph Name="G1" Type="DSP" Multiplier="2">
-      <Element Type="IirInterpolator" Name="up">
-        <Properties CornerFrequency="15000" Factor="2" Order="2" Cascade="4" Type="Butterworth"/>
-        <Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs>
-      </Element>
-      <Output><Node Name="out" Element="up" Port="out"/></Output>
-      <NumberOfInputs>1</NumberOfInputs>
-      <Inputs><Input Graph="System" Node="0"/></Inputs>
-    </Graph>
-    <Graph Name="middle" Type="DSP">
-      <Element Type="Gain" Name="gain">
-        <Properties Gain="1.0"/>
-        <Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs>
-      </Element>
-      <Output><Node Name="out" Element="gain" Port="out"/></Output>
-      <NumberOfInputs>1</NumberOfInputs>
-      <Inputs><Input Graph="G1" Node="out"/></Inputs>
-    </Graph>
-    <Graph Name="G2" Type="DSP" Multiplier="0.5">
-      <Element Type="IirDecimator" Name="down">
-        <Properties CornerFrequency="20000" Factor="2" Order="2" Cascade="8" Type="Butterworth"/>
-        <Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs>
-      </Element>
-      <Output><Node Name="out" Element="down" Port="out"/></Output>
-      <NumberOfInputs>1</NumberOfInputs>
-      <Inputs><Input Graph="middle" Node="out"/></Inputs>
-    </Graph>
-  </Graphs>
-  <Outputs><Output Graph="G2" Node="out"/></Outputs>
-  <Controls>
-    <Control Name="Oversampling" DisplayName="Oversampling" Value="2">
-      <Properties>
-        <Property Name="Factor" Graph="G1" Element="up"/>
-        <Property Name="Factor" Graph="G2" Element="down"/>
-      </Properties>
-    </Control>
-  </Controls>
-</System>)";
+// Interpolator, gain and decimator, each in a graph of its own; one control sets both factors.
+const std::string kOversampledSystem = orm_test::systemOf(
+    ormtest::elementGraph("G1", "2", "IirInterpolator", "up",
+                          R"(CornerFrequency="15000" Factor="2" Order="2" Cascade="4" Type="Butterworth")", "System", "0") +
+        orm_test::gainGraph("middle", "G1", "out") +
+        ormtest::elementGraph("G2", "0.5", "IirDecimator", "down",
+                              R"(CornerFrequency="20000" Factor="2" Order="2" Cascade="8" Type="Butterworth")", "middle", "out"),
+    R"(<Output Graph="G2" Node="out"/>)",
+    R"(<Controls><Control Name="Oversampling" DisplayName="Oversampling" Value="2"><Properties>
+         <Property Name="Factor" Graph="G1" Element="up"/><Property Name="Factor" Graph="G2" Element="down"/>
+       </Properties></Control></Controls>)");
 
 }  // namespace
 

@@ -13,6 +13,7 @@
 #include "filters/Fir.h"
 
 #include "support/AllocationCounter.h"
+#include "support/TestSupport.h"
 #include "tests/filters_iir/Reference.h"
 
 using namespace vrn;
@@ -131,33 +132,14 @@ TEST(ResamplingFilters, AbsoluteCornerWaitsForTheRate) {
 
 namespace {
 
+// An upsampling graph at factor times the host rate and a decimating one back.
 std::string oversamplingSystem(int factor, const std::string& corners) {
-    const std::string f = std::to_string(factor);
-    std::ostringstream text;
-    text << R"(<System><Graphs>
-  <Graph Name="G1" Type="DSP" Multiplier=")" << factor << R"(">
-    <NumberOfInputs>1</NumberOfInputs>
-    <Inputs><Input Graph="System" Node="0"/></Inputs>
-    <Element Name="up" Type="ResamplingUpsampler">
-      <Properties Factor=")" << f << R"(" Order=")" << 24 * factor << R"(" Attenuation="70" )" << corners << R"(/>
-      <Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs>
-    </Element>
-    <Output><Node Name="out" Element="up" Index="0"/></Output>
-  </Graph>
-  <Graph Name="G2" Type="DSP" Multiplier=")" << 1.0 / factor << R"(">
-    <NumberOfInputs>1</NumberOfInputs>
-    <Inputs><Input Graph="G1" Node="out"/></Inputs>
-    <Element Name="down" Type="ResamplingDecimator">
-      <Properties Factor=")" << f << R"(" Order=")" << 24 * factor << R"(" Attenuation="70" )" << corners << R"(/>
-      <Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs>
-    </Element>
-    <Output><Node Name="out" Element="down" Index="0"/></Output>
-  </Graph>
-</Graphs>
-<Outputs><Output Graph="G2" Node="out"/></Outputs>
-<Controls/>
-</System>)";
-    return text.str();
+    const std::string properties = "Factor=\"" + std::to_string(factor) + "\" Order=\"" + std::to_string(24 * factor) +
+                                   "\" Attenuation=\"70\" " + corners;
+    return orm_test::systemOf(
+        ormtest::elementGraph("G1", std::to_string(factor), "ResamplingUpsampler", "up", properties, "System", "0") +
+            ormtest::elementGraph("G2", std::to_string(1.0 / factor), "ResamplingDecimator", "down", properties, "G1", "out"),
+        R"(<Output Graph="G2" Node="out"/>)", "<Controls/>");
 }
 
 }  // namespace
