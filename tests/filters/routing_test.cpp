@@ -44,9 +44,6 @@ TEST(Gain, ScalesInPlaceAndFollowsItsProperty) {
     EXPECT_EQ(-6.0f, gain->getLastIterationResults()[0]);
     gain->endIteration(2);
     EXPECT_EQ(-6.0f, gain->getOutput(0)[2]);
-    EXPECT_VRN_MESSAGE(gain->propertyChanged("gain", 1.0f), InvalidArgumentException, "Gain: Invalid property name gain");
-    EXPECT_THROW(gain->process(1.0f), OperationNotSupportedException);
-    EXPECT_VRN_MESSAGE(make<Gain>({}), InvalidArgumentException, "Gain is not defined. Gain name=F");
 }
 
 TEST(Mixer, SumsScaledInputsAndChecksItsFaders) {
@@ -65,9 +62,9 @@ TEST(Mixer, SumsScaledInputsAndChecksItsFaders) {
 
     EXPECT_VRN_MESSAGE(make<Mixer>({{"Faders", "0.5"}}), InvalidArgumentException,
                        "Number of Faders must be at least 2. Number of Faders: 0.5 Mixer name=F");
-    EXPECT_VRN_MESSAGE(make<Mixer>({{"Faders", "0.5|1.5"}}), InvalidArgumentException, "Invalid fader value: 1.5");
-    EXPECT_VRN_MESSAGE(make<Mixer>({}), InvalidArgumentException, "Faders is not defined. Mixer name=F");
-    make<Mixer>({{"Faders", "1|1"}});
+    EXPECT_VRN_MESSAGE(make<Mixer>({{"Faders", "0.5|1.01"}}), InvalidArgumentException, "Invalid fader value: 1.01");
+    EXPECT_VRN_MESSAGE(make<Mixer>({{"Faders", "-0.01|1"}}), InvalidArgumentException, "Invalid fader value: -0.01");
+    make<Mixer>({{"Faders", "0|1"}});  // both ends are faders' values
 }
 
 TEST(Switch, SelectsOneInputByRoundedPosition) {
@@ -83,7 +80,6 @@ TEST(Switch, SelectsOneInputByRoundedPosition) {
     EXPECT_VRN_MESSAGE(sw->propertyChanged("Position", 2.5f), InvalidArgumentException,
                        "Switch: Invalid position 3. NumberOfInputs=3");
     EXPECT_EQ(2, sw->getPosition());  // a refused change leaves the switch as it was
-    EXPECT_VRN_MESSAGE(sw->propertyChanged("position", 0.0f), InvalidArgumentException, "Switch: Unknown property position");
     sw->process(samples({7, 8, 9}), 0, 0);
     EXPECT_EQ(9.0f, sw->getLastIterationResults()[0]);
 
@@ -96,7 +92,6 @@ TEST(Switch, SelectsOneInputByRoundedPosition) {
 
     EXPECT_VRN_MESSAGE(make<Switch>({{"NumberOfInputs", "1"}}), InvalidArgumentException,
                        "Switch: NumberOfInputs must be greater than 1.");
-    EXPECT_VRN_MESSAGE(make<Switch>({}), InvalidArgumentException, "Switch: Number of inputs must be specified");
     EXPECT_VRN_MESSAGE(make<Switch>({{"NumberOfInputs", "2"}, {"Position", "2"}}), InvalidArgumentException,
                        "Switch: Invalid position 2. NumberOfInputs=2");
 }
@@ -123,11 +118,8 @@ TEST(DifferentialFilter, ShortAndLongBlocksAgreeWithTheFormula) {
     EXPECT_EQ(0, diff->getMeta()->getInputIndex("plus"));
     EXPECT_VRN_MESSAGE(diff->getMeta()->getInputIndex("in"), InvalidArgumentException,
                        "Invalid input port name: in. Expected \"plus\" or \"minus\".");
-    EXPECT_VRN_MESSAGE(make<DifferentialFilter>({}), VRNException, "Gain is not defined. DifferentialFilter name=F");
     EXPECT_VRN_MESSAGE(make<DifferentialFilter>({{"Gain", "1"}, {"ConstantValueNode", "minus"}}), VRNException,
                        "Missing value for constant value node minus");
-    EXPECT_VRN_MESSAGE(diff->propertyChanged("G", 1.0f), InvalidArgumentException,
-                       "DifferentialFilter: Invalid property name G");
 }
 
 TEST(Relaxation, DampsEachPassAndExtrapolatesTheNextSample) {
@@ -145,16 +137,8 @@ TEST(Relaxation, DampsEachPassAndExtrapolatesTheNextSample) {
     EXPECT_EQ(4.0f, relax.getLastIterationResults()[0]);  // halfway from 8 towards 0
 
     EXPECT_EQ(0.0f, relax.process(3.0f));
-    std::vector<scalar*> none;
-    EXPECT_VRN_MESSAGE(relax.process(none, 1), OperationNotSupportedException,
-                       "Relaxation: Block processing mode is not supported. Name: R");
-    EXPECT_VRN_MESSAGE(relax.getOutputs(), OperationNotSupportedException,
-                       "Relaxation: Block processing mode is not supported. Name: R");
     properties["Relaxation"] = "0";
     Relaxation bad;
     EXPECT_VRN_MESSAGE(bad.init("B", properties, context), InvalidArgumentException,
                        "Relaxation: Relaxation must be greater than 0. Relaxation=0 Relaxation name=B");
-    Relaxation missing;
-    EXPECT_VRN_MESSAGE(missing.init("M", Properties(), context), VRNException,
-                       "Relaxation: Relaxation is not defined. Relaxation name=M");
 }

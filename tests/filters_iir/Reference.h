@@ -1,13 +1,21 @@
 #pragma once
-// Double-precision references for the recursive filter tests: the difference equation written
-// out plainly, and the frequency response of coefficient vectors on the unit circle.
+// Double-precision references for the filter suites: the difference equation written out
+// plainly, the frequency response of coefficient vectors on the unit circle, a sine's level
+// through a Driver; and small helpers they share.
 
+#include <algorithm>
+#include <cmath>
 #include <complex>
+#include <functional>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "engine/Context.h"
+#include "engine/Driver.h"
 #include "engine/Types.h"
+#include "support/AllocationCounter.h"
 
 namespace ormtest {
 
@@ -74,6 +82,30 @@ double groupDelay(const std::vector<T>& a, const std::vector<T>& b, double f) {
     return -d / (2 * pi * 2 * h);
 }
 
+// The message of the exception an action throws, "" when it throws none.
+inline std::string message(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const vrn::VRNException& e) {
+        return e.getMessage();
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return "";
+}
+
+// A DSP graph of one element fed by source's node: <Element Type="type" Name="name"> with the
+// given properties, its output the graph's node "out".
+inline std::string elementGraph(const std::string& graph, const std::string& multiplier, const std::string& type,
+                                const std::string& name, const std::string& properties, const std::string& source,
+                                const std::string& node) {
+    return "<Graph Name=\"" + graph + "\" Type=\"DSP\" Multiplier=\"" + multiplier + "\">" +
+           "<NumberOfInputs>1</NumberOfInputs><Inputs><Input Graph=\"" + source + "\" Node=\"" + node + "\"/></Inputs>" +
+           "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/>" +
+           "<Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/></Inputs></Element>" +
+           "<Output><Node Name=\"out\" Element=\"" + name + "\" Port=\"out\"/></Output></Graph>";
+}
+
 inline std::shared_ptr<vrn::DSPContext> makeContext() { return std::make_shared<vrn::DSPContext>(); }
 
 inline std::shared_ptr<std::vector<vrn::scalar>> values(std::initializer_list<vrn::scalar> list) {
@@ -91,6 +123,39 @@ inline std::vector<vrn::scalar> testSignal(size_t n) {
                                         (i > n / 2 ? 0.1 : 0.0));
     }
     return s;
+}
+
+// 1 kHz at 48 kHz, amplitude 0.5, samples from..from+count, through a Driver in blocks of
+// wandering length as hosts send them.  With allocations, counts those of the Driver's blocks
+// after the first twelve.
+inline std::vector<vrn::scalar> renderSine(vrn::Driver& driver, size_t from, size_t count, long* allocations = nullptr) {
+    const size_t lengths[] = {256, 100, 7, 256, 31, 128};
+    std::vector<vrn::scalar> in(count), out;
+    for (size_t i = 0; i < count; ++i)
+        in[i] = static_cast<vrn::scalar>(0.5 * std::sin(2 * 3.14159265358979323846 * 1000.0 * (from + i) / 48000.0));
+    orm_test::AllocationScope scope;
+    for (size_t at = 0, block = 0; at < count; ++block) {
+        const size_t n = std::min(lengths[block % 6], count - at);
+        std::vector<vrn::scalar*> inputs{in.data() + at};
+        const long before = orm_test::allocationCount().load();
+        driver.process(inputs, n);
+        if (allocations && block >= 12) *allocations += orm_test::allocationCount().load() - before;
+        out.insert(out.end(), driver.getOutputs()[0], driver.getOutputs()[0] + n);
+        at += n;
+    }
+    return out;
+}
+
+// The level of renderSine's tone in out relative to its input, in dB, by projection on the sine
+// and the cosine over whole periods (48 samples) from settle on.
+inline double sineGainDb(const std::vector<vrn::scalar>& out, size_t settle) {
+    double s = 0, c = 0;
+    const size_t end = settle + (out.size() - settle) / 48 * 48;
+    for (size_t i = settle; i < end; ++i) {
+        s += out[i] * std::sin(2 * 3.14159265358979323846 * i / 48.0);
+        c += out[i] * std::cos(2 * 3.14159265358979323846 * i / 48.0);
+    }
+    return 20 * std::log10(2 * std::sqrt(s * s + c * c) / static_cast<double>(end - settle) / 0.5);
 }
 
 }  // namespace ormtest

@@ -5,10 +5,8 @@
 
 #include <cmath>
 #include <functional>
-#include <memory>
 #include <random>
 #include <type_traits>
-#include <vector>
 
 #include "engine/Context.h"
 #include "filters/Fir.h"
@@ -93,7 +91,6 @@ TEST(Fir, BlocksSamplesAndIterationsAgreeWithDirectConvolution) {
             }
             at += n;
         }
-        if (taps == 256) std::printf("[ figures  ] Fir, 256 taps: worst |block - double convolution| %.3g\n", worst);
         EXPECT_LE(worst, roundingBound(*block, taps, 1)) << taps << " taps";
     }
 
@@ -165,49 +162,27 @@ TEST(PolyphaseUpsampler, EqualsFilteringTheZeroStuffedSignal) {
     EXPECT_EQ(std::vector<scalar>(up->getOutput(0), up->getOutput(0) + 10), (std::vector<scalar>{1, 2, 3, 0, 0, 0, 0, 0, 0, 0}));
 }
 
-TEST(FirFilters, Refusals) {
+TEST(FirFilters, RefusalsAtTheLimits) {
     auto context = std::make_shared<DSPContext>();
-    auto init = [&](auto* type, const char* factor, const char* coefficients = nullptr) {
+    auto init = [&](auto* type, const char* factor) {
         return [=] {
             Properties p;
-            if (factor) p["Factor"] = factor;
-            if (coefficients) p["Coefficients"] = coefficients;
+            p["Factor"] = factor;
             std::remove_pointer_t<decltype(type)> filter;
             auto c = context;
             filter.init("x", p, c);
         };
     };
-    Fir* const fir = nullptr;
-    PolyphaseDownsampler* const downsampler = nullptr;
-    PolyphaseUpsampler* const upsampler = nullptr;
     auto f = make<Fir>({1}, 0, 4);
-    auto down = make<PolyphaseDownsampler>({1}, 2, 8);
     auto up = make<PolyphaseUpsampler>({1, 2, 3}, 3, 8);
     std::vector<scalar> taps(257, 0.5f);
-    auto values = std::make_shared<std::vector<scalar>>(1, 1.0f);
     const std::pair<std::function<void()>, const char*> cases[] = {
         {[&] { f->setCoefficients(taps.data(), 257); }, "Maximum filter order is 255. You requested: 256"},
-        {[&] { f->setCoefficients(nullptr, 3); }, "Fir: b cannot be null"},
         {[&] { f->setCoefficients(taps.data(), 0); }, "Fir: Size of filter coefficients must be greater than zero."},
-        {[&] { f->propertyChanged("B", values); }, "Fir: Invalid property name B"},
         {[&] { f->setMaxBlockSize(0); }, "Fir: Invalid maxBlockSize0"},
-        {[&] { f->getOutput(1); }, "Fir: Invalid output index: 1"},
-        {init(fir, nullptr, ""), "Fir: Size of filter coefficients must be greater than zero."},
-        {[&] { down->process(values, 0, 0); }, "PolyphaseDownsampler: Iteration is not supported."},
-        {[&] { down->getLastIterationResults(); }, "PolyphaseDownsampler: getLastIterationResult is not supported."},
-        {[&] { down->endIteration(0); }, "PolyphaseDownsampler: endIteration is not supported."},
-        {init(downsampler, nullptr), "Factor is not defined. PolyphaseDownsampler name=x"},
-        {init(downsampler, "0"), "Factor must be greater than 0. 0 PolyphaseDownsampler name=x"},
-        {[&] { PolyphaseDownsampler().setMaxBlockSize(4); }, "Factor is not defined. PolyphaseDownsampler name="},
-        {[&] { up->process(1.0f); }, ""},
-        {[&] { up->process(values, 0, 0); }, "PolyphaseUpsampler: Iteration is not supported."},
-        {[&] { up->getLastIterationResults(); }, "PolyphaseUpsampler: getLastIterationResults is not supported."},
-        {[&] { up->endIteration(0); }, "PolyphaseUpsampler: endIteration is not supported."},
+        {init(static_cast<PolyphaseDownsampler*>(nullptr), "0"), "Factor must be greater than 0. 0 PolyphaseDownsampler name=x"},
         {[&] { up->setCoefficients(taps.data(), 256); }, "PolyphaseUpsampler: Maximum filter order is 255. You requested: 257"},
         {[&] { up->setCoefficients(taps.data(), 0); }, "PolyphaseUpsampler: Size of filter coefficients must be greater than zero."},
-        {[&] { up->setCoefficients(nullptr, 2); }, "PolyphaseUpsampler: b cannot be null"},
-        {init(upsampler, nullptr), "Factor is not defined. PolyphaseUpsampler name=x"},
-        {init(upsampler, "0"), "Factor must be greater than 0. 0 PolyphaseUpsampler name=x"},
     };
     for (const auto& [action, expected] : cases) {
         try {
@@ -221,4 +196,5 @@ TEST(FirFilters, Refusals) {
     f->setCoefficients(taps.data(), 256);
     EXPECT_EQ(f->getLength(), 256u);
     up->setCoefficients(taps.data(), 255);
+    EXPECT_EQ(up->getLength(), 255u);
 }

@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <complex>
-#include <cstdio>
 #include <vector>
 
 #include "engine/Context.h"
@@ -56,7 +55,6 @@ TEST(KaiserDesign, BesselI0AgainstItsSeries) {
         worst = std::max(worst, std::fabs(kaiser::besselI0(x) - reference) / reference);
         EXPECT_DOUBLE_EQ(kaiser::besselI0(-x), kaiser::besselI0(x));
     }
-    std::printf("[ figures  ] worst relative error of I0 on 0..30: %.3g\n", worst);
     EXPECT_LT(worst, 1e-6);
 }
 
@@ -104,11 +102,22 @@ TEST(KaiserDesign, LowPassMeetsItsSpecification) {
         }
         const double delta = std::pow(10.0, -c.a / 20.0);
         const double stopDb = 20.0 * std::log10(stop);
-        std::printf("[ figures  ] N=%d fc=%.2f A=%.0f: pass-band ripple %.2e (design %.2e), stop band %.2f dB\n",
-                    c.order, c.fc, c.a, ripple, delta, stopDb);
         EXPECT_LT(ripple, 1.5 * delta);
         EXPECT_LT(stopDb, -c.a + c.marginDb);
         // -6 dB at the corner: a windowed ideal low-pass is half way there.
         EXPECT_NEAR(magnitude(taps, c.fc), 0.5, 0.01);
     }
+}
+
+TEST(KaiserDesign, MatchesAReferenceDesign) {
+    // From scipy 1.10: kaiser_beta(30) and kaiser_beta(45), Kaiser's 21-to-50 dB formula; and
+    // firwin(21, 0.2, window=('kaiser', kaiser_beta(40)), fs=1), the windowed ideal low-pass
+    // scaled to unity at DC, its first half (the taps are symmetric).
+    EXPECT_NEAR(kaiser::beta(30.0), 2.1166248611409806, 1e-12);
+    EXPECT_NEAR(kaiser::beta(45.0), 3.975432711887479, 1e-12);
+    const double half[11] = {-2.31963233e-18, -0.00814278194, -0.00814052703, 0.0123531476, 0.0292058367, -1.07898088e-17,
+                             -0.0601909015, -0.0550618254, 0.0888270502, 0.300070338, 0.402159326};
+    const std::vector<double> taps = designedTaps(21, 0.2, 40.0);
+    ASSERT_EQ(taps.size(), 21u);
+    for (size_t k = 0; k < 21; ++k) EXPECT_NEAR(taps[k], half[std::min(k, 20 - k)], 1e-6) << k;
 }

@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,6 +13,8 @@
 #include "filters/Fir.h"
 
 #include "support/AllocationCounter.h"
+#include "support/TestSupport.h"
+#include "tests/filters_iir/Reference.h"
 
 using namespace vrn;
 
@@ -55,23 +55,21 @@ std::string initMessage(Changes changes) {
 TEST(ResamplingFilters, PropertyChecksInOrder) {
     using Up = ResamplingUpsampler;
     using Down = ResamplingDecimator;
+    // The checks at their limits, and the rule of one corner only.
     const std::pair<std::string, const char*> cases[] = {
         {initMessage<Up>({{"AbsoluteCornerFrequency", "1000"}}),
          "ResamplingUpsampler: RelativeCornerFrequency and AbsoluteCornerFrequency are defined. Only one is allowed."},
-        {initMessage<Up>({{"RelativeCornerFrequency", ""}}),
-         "ResamplingUpsampler: Either RelativeCornerFrequency or AbsoluteCornerFrequency must be specified."},
         {initMessage<Down>({{"RelativeCornerFrequency", ""}}),
          "ResamplingDecimator: Either RelativeCornerFrequency or AbsoluteCornerFrequency must be specified."},
         {initMessage<Up>({{"RelativeCornerFrequency", "1"}}),
          "ResamplingUpsampler: RelativeCornerFrequency must be between 0 and 1. RelativeCornerFrequency=1"},
-        {initMessage<Down>({{"RelativeCornerFrequency", ""}, {"AbsoluteCornerFrequency", "-5"}}),
-         "ResamplingDecimator: AbsoluteCornerFrequency must be greater than 0. AbsoluteCornerFrequency=-5"},
-        {initMessage<Up>({{"Order", ""}}), "ResamplingUpsampler: Order must be specified"},
+        {initMessage<Down>({{"RelativeCornerFrequency", ""}, {"AbsoluteCornerFrequency", "-0.001"}}),
+         "ResamplingDecimator: AbsoluteCornerFrequency must be greater than 0. AbsoluteCornerFrequency=-0.001"},
         {initMessage<Up>({{"Order", "0"}}), "ResamplingUpsampler: Order must be greater than zero. Order=0"},
-        {initMessage<Down>({{"Factor", ""}}), "ResamplingDecimator: Factor must be specified"},
         {initMessage<Down>({{"Factor", "0"}}), "ResamplingDecimator: Factor must be greater than 0. Factor=0"},
-        {initMessage<Up>({{"Attenuation", ""}}), "ResamplingUpsampler: Attenuation must be specified"},
         {initMessage<Up>({{"Attenuation", "1"}}), "ResamplingUpsampler: Attenuation must be greater than 1. Attenuation=1"},
+        {initMessage<Up>({{"Attenuation", "1.001"}, {"Order", "1"}}), "<no exception>"},
+        {initMessage<Down>({{"RelativeCornerFrequency", ""}, {"AbsoluteCornerFrequency", "0"}}), "<no exception>"},
     };
     for (const auto& [actual, expected] : cases) EXPECT_EQ(actual, expected);
 }
@@ -134,33 +132,14 @@ TEST(ResamplingFilters, AbsoluteCornerWaitsForTheRate) {
 
 namespace {
 
+// An upsampling graph at factor times the host rate and a decimating one back.
 std::string oversamplingSystem(int factor, const std::string& corners) {
-    const std::string f = std::to_string(factor);
-    std::ostringstream text;
-    text << R"(<System><Graphs>
-  <Graph Name="G1" Type="DSP" Multiplier=")" << factor << R"(">
-    <NumberOfInputs>1</NumberOfInputs>
-    <Inputs><Input Graph="System" Node="0"/></Inputs>
-    <Element Name="up" Type="ResamplingUpsampler">
-      <Properties Factor=")" << f << R"(" Order=")" << 24 * factor << R"(" Attenuation="70" )" << corners << R"(/>
-      <Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs>
-    </Element>
-    <Output><Node Name="out" Element="up" Index="0"/></Output>
-  </Graph>
-  <Graph Name="G2" Type="DSP" Multiplier=")" << 1.0 / factor << R"(">
-    <NumberOfInputs>1</NumberOfInputs>
-    <Inputs><Input Graph="G1" Node="out"/></Inputs>
-    <Element Name="down" Type="ResamplingDecimator">
-      <Properties Factor=")" << f << R"(" Order=")" << 24 * factor << R"(" Attenuation="70" )" << corners << R"(/>
-      <Inputs><Input Port="in" Element="Graph" Output="0"/></Inputs>
-    </Element>
-    <Output><Node Name="out" Element="down" Index="0"/></Output>
-  </Graph>
-</Graphs>
-<Outputs><Output Graph="G2" Node="out"/></Outputs>
-<Controls/>
-</System>)";
-    return text.str();
+    const std::string properties = "Factor=\"" + std::to_string(factor) + "\" Order=\"" + std::to_string(24 * factor) +
+                                   "\" Attenuation=\"70\" " + corners;
+    return orm_test::systemOf(
+        ormtest::elementGraph("G1", std::to_string(factor), "ResamplingUpsampler", "up", properties, "System", "0") +
+            ormtest::elementGraph("G2", std::to_string(1.0 / factor), "ResamplingDecimator", "down", properties, "G1", "out"),
+        R"(<Output Graph="G2" Node="out"/>)", "<Controls/>");
 }
 
 }  // namespace
@@ -173,51 +152,18 @@ TEST(ResamplingFilters, OversamplingSystemThroughTheDriverKeepsASineAtUnity) {
     // Relative corners are fractions of the host rate; absolute ones are in Hz.
     for (const Case& c : {Case{4, R"(RelativeCornerFrequency="0.45")"}, Case{8, R"(RelativeCornerFrequency="0.45")"},
                           Case{2, R"(AbsoluteCornerFrequency="20000")"}}) {
-        std::shared_ptr<Driver> driver = Driver::create();
         std::istringstream description(oversamplingSystem(c.factor, c.corners));
+        std::shared_ptr<Driver> driver = Driver::create();
         driver->init(description);
         driver->setSamplingRate(48000.0f);
         driver->setMaxBlockSize(256);
         ASSERT_EQ(driver->getMultipliers().size(), 2u);
         EXPECT_DOUBLE_EQ(driver->getMultipliers()[1], c.factor);  // G2 runs at the high rate
 
-        const double amplitude = 0.5, frequency = 1000.0, rate = 48000.0;
-        const size_t total = 48000;
-        std::vector<scalar> input(total), output;
-        for (size_t i = 0; i < total; ++i)
-            input[i] = static_cast<scalar>(amplitude * std::sin(2.0 * M_PI * frequency * i / rate));
-        // Blocks of wandering length, as hosts send them.
-        const size_t lengths[] = {256, 100, 7, 256, 31, 128};
-        size_t at = 0, block = 0;
         long allocationsInSteadyState = 0;
-        orm_test::AllocationScope scope;
-        while (at < total) {
-            size_t n = std::min(lengths[block++ % 6], total - at);
-            std::vector<scalar*> inputs{input.data() + at};
-            const long before = orm_test::allocationCount().load();
-            driver->process(inputs, n);
-            if (block > 12) allocationsInSteadyState += orm_test::allocationCount().load() - before;
-            const scalar* out = driver->getOutputs()[0];
-            output.insert(output.end(), out, out + n);
-            at += n;
-        }
+        const auto output = ormtest::renderSine(*driver, 0, 48000, &allocationsInSteadyState);
         EXPECT_EQ(allocationsInSteadyState, 0);
-        ASSERT_EQ(output.size(), total);
-
-        // Amplitude and phase by projection on the sine and cosine over whole periods, after the
-        // filters' delay has passed.
-        double s = 0.0, co = 0.0;
-        const size_t from = 4800, to = total;  // 44 periods of 48 samples… rounded to periods
-        const size_t end = from + (to - from) / 48 * 48;
-        for (size_t i = from; i < end; ++i) {
-            const double t = 2.0 * M_PI * frequency * i / rate;
-            s += output[i] * std::sin(t);
-            co += output[i] * std::cos(t);
-        }
-        const double measured = 2.0 * std::sqrt(s * s + co * co) / static_cast<double>(end - from);
-        const double gainDb = 20.0 * std::log10(measured / amplitude);
-        EXPECT_TRUE(std::all_of(output.begin(), output.end(), [](scalar v) { return std::isfinite(v); }));
-        EXPECT_LT(std::fabs(gainDb), 0.1) << "factor " << c.factor;
-        std::printf("[ figures  ] factor %d (%s): 1 kHz at %.4f dB\n", c.factor, c.corners.c_str(), gainDb);
+        // After the filters' delay has passed.
+        EXPECT_NEAR(ormtest::sineGainDb(output, 4800), 0.0, 0.1) << "factor " << c.factor;
     }
 }
