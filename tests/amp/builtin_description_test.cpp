@@ -37,10 +37,7 @@ __attribute__((no_sanitize("vptr"))) Driver* driverOf(AEffect* effect) {
 // One instance at 48 kHz, blocks of 256, not resumed: nothing has run, the Driver holds the system as parsed.
 struct Amp {
     Amp() {
-        // The suite is not told where the module is: it is built beside orm-render.
-        const std::string render = ORM_RENDER_PATH;
-        const std::string path = render.substr(0, render.rfind('/') + 1) + "orm.so";
-        static void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        static void* module = dlopen(ORM_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
         if (!module) throw std::runtime_error(std::string("dlopen: ") + dlerror());
         effect = reinterpret_cast<AEffect* (*)(audioMasterCallback)>(dlsym(module, "VSTPluginMain"))(host);
         if (!effect) throw std::runtime_error("the module made no instance");
