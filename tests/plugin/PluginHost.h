@@ -3,6 +3,8 @@
 // record and its dispatcher, in the order hosts use.
 
 #include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
@@ -34,6 +36,7 @@ inline intptr_t refusingHost(AEffect*, int32_t, int32_t, intptr_t, void*, float)
 
 typedef AEffect* (*EntryPoint)(audioMasterCallback);
 
+// Loaded once, for the life of the test program.
 class Module {
 public:
     explicit Module(const char* path = ORM_PLUGIN_PATH) {
@@ -43,10 +46,6 @@ public:
         alias = reinterpret_cast<EntryPoint>(dlsym(handle, "main"));
         if (!entry) throw std::runtime_error("no VSTPluginMain");
     }
-    // The module stays loaded for the life of the test program.
-    ~Module() {}
-    Module(const Module&) = delete;
-    Module& operator=(const Module&) = delete;
 
     void* handle = nullptr;
     EntryPoint entry = nullptr;
@@ -112,14 +111,20 @@ public:
     AEffect* effect;
 };
 
-// A stereo pair of host buffers.
-struct Channels {
-    explicit Channels(size_t frames, float fill = 0.0f) : left(frames, fill), right(frames, fill) {
-        pointers[0] = left.data();
-        pointers[1] = right.data();
+// An array of one pointer that ends where a page nobody may read begins: reading a second
+// pointer from it faults.
+class LonePointer {
+public:
+    LonePointer() : page(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
+        pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (pages == MAP_FAILED || mprotect(static_cast<char*>(pages) + page, page, PROT_NONE) != 0) std::abort();
     }
-    std::vector<float> left, right;
-    float* pointers[2];
+    ~LonePointer() { munmap(pages, 2 * page); }
+    float** array() { return reinterpret_cast<float**>(static_cast<char*>(pages) + page - sizeof(float*)); }
+
+private:
+    size_t page;
+    void* pages;
 };
 
 // The parameters in the module's order.

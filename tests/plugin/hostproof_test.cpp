@@ -3,8 +3,6 @@
 // crash or change an instance.  (orm-validate adds every value of every parameter, every opcode
 // with null pointers, and open/close cycles that must give the memory back.)
 
-#include <sys/mman.h>
-#include <unistd.h>
 #include <xmmintrin.h>
 
 #include <cstdint>
@@ -21,22 +19,6 @@ using namespace testhost;
 namespace {
 
 const float kNaN = std::numeric_limits<float>::quiet_NaN(), kInf = std::numeric_limits<float>::infinity();
-
-// An array of one pointer that ends where a page nobody may read begins: reading a second
-// pointer from it faults.
-class LonePointer {
-public:
-    LonePointer() : page(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
-        pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (pages == MAP_FAILED || mprotect(static_cast<char*>(pages) + page, page, PROT_NONE) != 0) std::abort();
-    }
-    ~LonePointer() { munmap(pages, 2 * page); }
-    float** array() { return reinterpret_cast<float**>(static_cast<char*>(pages) + page - sizeof(float*)); }
-
-private:
-    size_t page;
-    void* pages;
-};
 
 }  // namespace
 
@@ -120,31 +102,6 @@ TEST(PluginHostProof, PointerShapesPlayAsWhatTheyMean) {
     }
 }
 
-TEST(PluginHostProof, OneBufferASideAndNullArrangements) {
-    Instance plugin;
-    plugin.start(48000.0f, 64);
-    // Arrangement calls with either place, or both, missing change nothing.
-    VstSpeakerArrangement* place = reinterpret_cast<VstSpeakerArrangement*>(1);
-    VstSpeakerArrangement mono{};
-    mono.numChannels = 1;
-    EXPECT_EQ(plugin.dispatch(effGetSpeakerArrangement, 0, reinterpret_cast<intptr_t>(&place), nullptr), 0);
-    EXPECT_EQ(place, nullptr);
-    EXPECT_EQ(plugin.dispatch(effSetSpeakerArrangement, 0, 0, &mono), 1);
-    EXPECT_EQ(plugin.dispatch(effSetSpeakerArrangement, 0, reinterpret_cast<intptr_t>(&mono), nullptr), 1);
-
-    // After a mono arrangement the host passes arrays of one pointer.
-    LonePointer inputArray, outputArray;
-    std::vector<float> signal = tone(64, 440.0), result(64, 9.0f);
-    inputArray.array()[0] = signal.data();
-    outputArray.array()[0] = result.data();
-    EXPECT_EQ(plugin.setArrangement(1, 1), 1);
-    // Past the cabinet response's own delay of 22 ms.
-    for (int i = 0; i < 24; ++i) plugin.process(inputArray.array(), outputArray.array(), 64);
-    EXPECT_TRUE(sane(result));
-    EXPECT_GT(rms(result), 1e-4);
-    EXPECT_EQ(plugin.failedBlocks(), 0);
-}
-
 TEST(PluginHostProof, BadInputSamplesAreSilence) {
     // An instance fed NaN or infinities plays exactly like a twin fed silence in their place,
     // during the bad block and after it.  The block is the announced size, the most the input
@@ -199,15 +156,16 @@ TEST(PluginHostProof, ARunawayStateRecoversWithinOneBlock) {
 
 TEST(PluginHostProof, EveryEntryPointGivesTheCallersFloatingPointModeBack) {
     Instance* plugin = nullptr;
-    Channels io(64, 0.25f);
+    const std::vector<float> in(64, 0.25f);
+    Block io(64);
     const std::pair<const char*, std::function<void()>> calls[] = {
         {"VSTPluginMain", [&] { plugin = new Instance(); }},
         {"dispatcher", [&] { plugin->start(48000.0f, 64); }},
         {"setParameter", [&] { plugin->setParameter(kOversampling, 1.0f); }},
         {"getParameter", [&] { plugin->getParameter(kVol); }},
-        {"processReplacing", [&] { plugin->process(io.pointers, io.pointers, 64); }},
+        {"processReplacing", [&] { io.run(*plugin, in, in); }},
         {"suspend", [&] { plugin->dispatch(effMainsChanged, 0, 0); }},
-        {"refused processReplacing", [&] { plugin->process(io.pointers, io.pointers, 64); }},
+        {"refused processReplacing", [&] { io.run(*plugin, in, in); }},
         {"refused block size", [&] { plugin->dispatch(effSetBlockSize, 0, -1); }},
         {"effClose", [&] { delete plugin; }},
     };

@@ -10,7 +10,7 @@
 
 using namespace testhost;
 
-TEST(PluginIdentity, RecordAndEntry) {
+TEST(PluginIdentity, WhatAHostReads) {
     ASSERT_EQ(module().alias, module().entry);  // "main" is the same function
     // Nothing else leaves the module: neither the engine nor the effect's own functions.
     for (const char* hidden :
@@ -22,110 +22,98 @@ TEST(PluginIdentity, RecordAndEntry) {
 
     const int queries = versionQueries();
     Instance plugin;
-    EXPECT_EQ(versionQueries(), queries + 1);
     const AEffect& e = *plugin.effect;
+    char buffer[64];
+    std::memset(buffer, 'x', sizeof(buffer));
+    ERect* rect = nullptr;
+    VstSpeakerArrangement mono{}, *place = &mono;
+    mono.numChannels = 1;
+    auto ask = [&](int32_t opcode, int32_t index = 0, intptr_t value = 0, void* ptr = nullptr) {
+        return int64_t(plugin.dispatch(opcode, index, value, ptr));
+    };
     const int32_t flagsShown = effFlagsCanReplacing | effFlagsCanDoubleReplacing | effFlagsProgramChunks |
                                effFlagsIsSynth | effFlagsHasEditor;
-    const struct {
-        const char* field;
-        int64_t value, expected;
-    } record[] = {
-        {"magic", e.magic, 0x56737450},          {"uniqueID", e.uniqueID, 0x71377674},
-        {"numPrograms", e.numPrograms, 1},       {"numParams", e.numParams, 8},
-        {"numInputs", e.numInputs, 2},           {"numOutputs", e.numOutputs, 2},
-        {"version", e.version, 1},               {"initialDelay", e.initialDelay, 0},
-        {"ioRatio", e.ioRatio == 1.0f, 1},       {"object", e.object != nullptr, 1},
-        {"processReplacing", e.processReplacing != nullptr, 1},
-        {"flags", e.flags & flagsShown, effFlagsCanReplacing | effFlagsHasEditor},
-    };
-    for (const auto& row : record) EXPECT_EQ(row.value, row.expected) << row.field;
-}
-
-TEST(PluginIdentity, DispatcherAnswers) {
-    Instance plugin;
-    char buffer[64];
-    ERect* rect = nullptr;
+    // In order: a row may depend on the ones before it.
     const struct {
         const char* what;
-        int32_t opcode, index;
-        intptr_t value;
-        void* ptr;
-        intptr_t expected;
-    } answers[] = {
-        {"vendor version", effGetVendorVersion, 0, 0, nullptr, 1100},
-        {"interface version", effGetVstVersion, 0, 0, nullptr, 2400},
-        {"identify", effIdentify, 0, 0, nullptr, 0x4E764566},
-        {"category", effGetPlugCategory, 0, 0, nullptr, 0},
-        {"can do MIDI", effCanDo, 0, 0, const_cast<char*>("receiveVstEvents"), 0},
-        {"can do bypass", effCanDo, 0, 0, const_cast<char*>("bypass"), 0},
-        {"tail", effGetTailSize, 0, 0, nullptr, 0},
-        {"automatable", effCanBeAutomated, 3, 0, nullptr, 1},
-        {"text to value", effString2Parameter, 0, 0, const_cast<char*>("0.5"), 0},
-        {"chunk", effGetChunk, 0, 0, buffer, 0},
-        {"meter", effGetVu, 0, 0, nullptr, 0},
-        {"bypass", effSetBypass, 0, 1, nullptr, 0},
-        {"MIDI program", effGetCurrentMidiProgram, 0, 0, nullptr, -1},
-        {"MIDI inputs", effGetNumMidiInputChannels, 0, 0, nullptr, 0},
-        {"total samples", effSetTotalSampleToProcess, 0, 4321, nullptr, 4321},
-        {"parameter properties", effGetParameterProperties, 0, 0, buffer, 0},
-        {"effect name", effGetEffectName, 0, 0, buffer, 0},
-        {"product", effGetProductString, 0, 0, buffer, 0},
-        {"second program ignored", effSetProgram, 0, 1, nullptr, 0},
-        {"program", effGetProgram, 0, 0, nullptr, 0},
-        {"key without an open editor", effEditKeyDown, 'a', 0, nullptr, 0},
-        {"beyond the table", 80, 0, 0, nullptr, 0},
-        {"far beyond", 1000, 0, 0, nullptr, 0},
-        {"editor size", effEditGetRect, 0, 0, &rect, 1},
+        int64_t answer, expected;
+    } rows[] = {
+        {"version queries", versionQueries() - queries, 1},
+        {"magic", e.magic, 0x56737450},
+        {"unique id", e.uniqueID, 0x71377674},
+        {"programs", e.numPrograms, 1},
+        {"parameters", e.numParams, 8},
+        {"inputs", e.numInputs, 2},
+        {"outputs", e.numOutputs, 2},
+        {"version", e.version, 1},
+        {"initial delay", e.initialDelay, 0},
+        {"flags", e.flags & flagsShown, effFlagsCanReplacing | effFlagsHasEditor},
+        {"processReplacing", e.processReplacing != nullptr && e.ioRatio == 1.0f, 1},
+        {"vendor version", ask(effGetVendorVersion), 1100},
+        {"interface version", ask(effGetVstVersion), 2400},
+        {"identify", ask(effIdentify), 0x4E764566},
+        {"category", ask(effGetPlugCategory), 0},
+        {"can do MIDI", ask(effCanDo, 0, 0, const_cast<char*>("receiveVstEvents")), 0},
+        {"can do bypass", ask(effCanDo, 0, 0, const_cast<char*>("bypass")), 0},
+        {"automatable", ask(effCanBeAutomated, 3), 1},
+        {"chunk", ask(effGetChunk, 0, 0, buffer), 0},
+        {"parameter properties", ask(effGetParameterProperties, 0, 0, buffer), 0},
+        {"effect name", ask(effGetEffectName, 0, 0, buffer), 0},
+        {"product", ask(effGetProductString, 0, 0, buffer), 0},
+        {"nothing written by these", buffer[0], 'x'},
+        {"vendor without a place to write", ask(effGetVendorString), 0},
+        {"vendor", ask(effGetVendorString, 0, 0, buffer), 1},
+        {"a second program", ask(effSetProgram, 0, 1), 0},
+        {"is ignored", ask(effGetProgram), 0},
+        // Arrangements with a place missing: the one given is cleared, or nothing changes.
+        {"arrangement asked", ask(effGetSpeakerArrangement, 0, reinterpret_cast<intptr_t>(&place)), 0},
+        {"place cleared", place == nullptr, 1},
+        {"arrangement without input", ask(effSetSpeakerArrangement, 0, 0, &mono), 1},
+        {"arrangement without output", ask(effSetSpeakerArrangement, 0, reinterpret_cast<intptr_t>(&mono)), 1},
+        {"key without an open editor", ask(effEditKeyDown, 'a'), 0},
+        {"opcode beyond the table", ask(80), 0},
+        {"far beyond", ask(1000), 0},
+        // Known before any window exists: the panel picture's 1000 by 400.
+        {"editor size", ask(effEditGetRect, 0, 0, &rect), 1},
+        {"editor width", rect ? rect->right - rect->left : -1, 1000},
+        {"editor height", rect ? rect->bottom - rect->top : -1, 400},
     };
-    std::memset(buffer, 'x', sizeof(buffer));
-    for (const auto& a : answers) EXPECT_EQ(plugin.dispatch(a.opcode, a.index, a.value, a.ptr), a.expected) << a.what;
-    EXPECT_EQ(buffer[0], 'x');  // no name, product or properties: nothing written
-    // The editor's size is known before any window exists: the panel picture's 1000 by 400.
-    ASSERT_NE(rect, nullptr);
-    const std::vector<int> corners = {rect->left, rect->top, rect->right, rect->bottom};
-    EXPECT_EQ(corners, std::vector<int>({0, 0, 1000, 400}));
+    for (const auto& row : rows) EXPECT_EQ(row.answer, row.expected) << row.what;
+    EXPECT_STREQ(buffer, "Tarnvale");
 }
 
-TEST(PluginIdentity, TextsAndDefaults) {
+TEST(PluginIdentity, ParameterTextsDefaultsAndValues) {
     // Names are cut to the eight characters hosts reserve; labels, displays and the program's
     // name are empty.
     const struct {
         const char* name;
-        float defaultValue;
-    } parameters[8] = {{"Volume", 0.5f}, {"Feedback", 1.0f}, {"Output", 0.5f}, {"Oversamp", 0.5f},
-                       {"Cabinet", 1.0f}, {"CPU", 0.0f},     {"Input", 0.5f},  {"Stereo", 0.0f}};
+        float defaultValue, value;
+    } parameters[8] = {{"Volume", 0.5f, 0.0f},   {"Feedback", 1.0f, 0.25f}, {"Output", 0.5f, 0.3173f},
+                       {"Oversamp", 0.5f, 1.0f}, {"Cabinet", 1.0f, 0.0f},   {"CPU", 0.0f, 1.0f},
+                       {"Input", 0.5f, 0.999f},  {"Stereo", 0.0f, 1.0f}};
     Instance plugin;
-    // What the host's buffer holds, with nothing written past limit characters.
-    auto text = [&](int32_t opcode, int32_t index, size_t limit = 8) {
-        char buffer[32];
+    // What the host's buffer holds, with nothing written past eight characters.
+    auto text = [&](int32_t opcode, int32_t index) {
+        char buffer[16];
         std::memset(buffer, '#', sizeof(buffer));
         plugin.dispatch(opcode, index, 0, buffer);
-        EXPECT_EQ(buffer[limit], '#') << "wrote past " << limit << " characters: " << opcode << " " << index;
-        return std::string(buffer, strnlen(buffer, limit));
+        EXPECT_EQ(buffer[8], '#') << "wrote past eight characters: " << opcode << " " << index;
+        return std::string(buffer, strnlen(buffer, 8));
     };
     for (int i = 0; i < 8; ++i) {
         EXPECT_EQ(text(effGetParamName, i), parameters[i].name) << i;
-        EXPECT_EQ(text(effGetParamLabel, i), "") << i;
-        EXPECT_EQ(text(effGetParamDisplay, i), "") << i;
+        EXPECT_EQ(text(effGetParamLabel, i) + text(effGetParamDisplay, i), "") << i;
         EXPECT_EQ(plugin.getParameter(i), parameters[i].defaultValue) << i;
+        plugin.setParameter(i, parameters[i].value);
     }
-    EXPECT_EQ(text(effGetParamName, 8), "########");
-    EXPECT_EQ(text(effGetParamName, -1), "########");
     EXPECT_EQ(text(effGetProgramName, 0), "");
-    EXPECT_EQ(text(effGetVendorString, 0, 9), "Tarnvale");
-    EXPECT_EQ(plugin.dispatch(effGetVendorString, 0, 0, nullptr), 0);  // no place to write to
-}
-
-TEST(PluginIdentity, ParametersRoundTrip) {
-    Instance plugin;
-    const float values[8] = {0.0f, 0.25f, 0.3173f, 1.0f, 0.0f, 1.0f, 0.999f, 1.0f};
-    for (int i = 0; i < 8; ++i) plugin.setParameter(i, values[i]);
     // Indices out of range are ignored, and read as 0.
     for (int index : {8, -1, 100}) {
+        EXPECT_EQ(text(effGetParamName, index), "########") << index;
         plugin.setParameter(index, 0.7f);
         EXPECT_EQ(plugin.getParameter(index), 0.0f) << index;
     }
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(plugin.getParameter(i), values[i]) << i;
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(plugin.getParameter(i), parameters[i].value) << i;
 }
 
 TEST(PluginIdentity, CloseDeletesTheInstance) {
