@@ -42,7 +42,9 @@ TEST(PluginHostProof, NonsenseFromTheHostChangesNothing) {
     EXPECT_EQ(plugin.getParameter(kFeedback), 0.0f);
     EXPECT_EQ(plugin.getParameter(kInput), 0.5f);
 
-    const std::vector<float> left = tone(n, 440.0);
+    // A bad sample among them: what replaces it must have survived the nonsense as well.
+    std::vector<float> left = tone(n, 440.0);
+    left[5] = kNaN;
     Block a(n), b(n);
     for (Instance* p : {&plugin, &twin}) p->dispatch(effMainsChanged, 0, 1);
     for (int i = 0; i < 24; ++i) {
