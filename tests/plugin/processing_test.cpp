@@ -33,9 +33,10 @@ TEST(PluginProcessing, OutputFollowsTheControls) {
     for (const auto& setting : settings) {
         SCOPED_TRACE(setting.drive);
         const std::vector<float> in = tone(n, 220.0, setting.amplitude);
-        for (Instance* p : {&a, &b})
-            p->setParameter(kGain, setting.drive).setParameter(kInput, setting.drive).setParameter(kFeedback,
-                                                                                               setting.feedback);
+        for (Instance* p : {&a, &b}) {
+            p->setParameter(kGain, setting.drive).setParameter(kInput, setting.drive);
+            p->setParameter(kFeedback, setting.feedback);
+        }
         for (int i = 0; i < 30; ++i) {
             ra.run(a, in, in);
             rb.run(b, in, in);
@@ -113,7 +114,8 @@ TEST(PluginProcessing, BlockSizesZeroFramesAndARefusedBlock) {
     // Suspended: the block is refused, without an exception: silence, counted as failed.
     plugin.dispatch(effMainsChanged, 0, 0);
     Block refused(16);
-    refused.out0.assign(16, 3.0f), refused.out1.assign(16, 3.0f);
+    refused.out0.assign(16, 3.0f);
+    refused.out1.assign(16, 3.0f);
     EXPECT_EQ(plugin.failedBlocks(), 0);
     refused.run(plugin, in, in);
     EXPECT_EQ(plugin.failedBlocks(), 1);
@@ -129,8 +131,7 @@ TEST(PluginProcessing, SteadyStateBlocksDoNotAllocate) {
         EXPECT_GT(counter.allocations(), 100);
     }
     Instance plugin;
-    plugin.start(48000.0f, 256);
-    plugin.setParameter(kStereo, 1.0f);
+    plugin.start(48000.0f, 256).setParameter(kStereo, 1.0f);
     std::vector<float> left = tone(256, 440.0), right = tone(256, 220.0), out0(256), out1(256);
     float* inputs[2] = {left.data(), right.data()};
     float* outputs[2] = {out0.data(), out1.data()};
@@ -145,10 +146,8 @@ TEST(PluginProcessing, SteadyStateBlocksDoNotAllocate) {
     // in either CPU mode and with the high-CPU handlers rewriting coefficients at full drive.
     long duringBlocks = 0;
     for (int block = 0; block < 50; ++block) {
-        plugin.setParameter(kGain, 0.02f * float(block));
-        plugin.setParameter(kInput, 0.02f * float(block));
+        for (Parameter knob : {kGain, kInput, kFeedback}) plugin.setParameter(knob, 0.02f * float(block));
         plugin.setParameter(kVol, 1.0f - 0.01f * float(block));
-        plugin.setParameter(kFeedback, 0.02f * float(block));
         plugin.setParameter(kCabinet, float((block / 5) % 2));
         plugin.setParameter(kCPU, float(block % 2));
         allocation::Counter counter;
