@@ -16,11 +16,7 @@
 
 using namespace testhost;
 
-namespace {
-
 const float kNaN = std::numeric_limits<float>::quiet_NaN(), kInf = std::numeric_limits<float>::infinity();
-
-}  // namespace
 
 TEST(PluginHostProof, NonsenseFromTheHostChangesNothing) {
     const size_t n = 64;
