@@ -11,19 +11,11 @@
 
 using namespace vrn;
 
-namespace {
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-}  // namespace
-
 TEST(Allocation, SteadyStateDriverBlocksAllocateNothing) {
-    auto driver = orm_test::loadSystem(readFile(std::string(ORM_SOURCE_DIR) + "/examples/tube-stage.xml"));
+    std::ifstream file(std::string(ORM_SOURCE_DIR) + "/examples/tube-stage.xml");
+    std::stringstream description;
+    description << file.rdbuf();
+    auto driver = orm_test::loadSystem(description.str());
     driver->setSamplingRate(48000.0f);
     driver->setMaxBlockSize(256);
     std::vector<scalar> left(256, 0.1f), right(256, -0.1f);

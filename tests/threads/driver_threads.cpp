@@ -12,11 +12,10 @@
 using namespace vrn;
 
 TEST(DriverThreads, ControlValuesCrossWithoutLossOrRace) {
-    std::string controls =
+    auto driver = orm_test::loadSystem(orm_test::systemOf(
+        orm_test::gainGraph("A", "System", "0"), "<Output Graph=\"A\" Node=\"out\"/>",
         "<Controls><Control Name=\"Level\" DisplayName=\"Level\" Value=\"0\"><Properties>"
-        "<Property Name=\"Gain\" Graph=\"A\" Element=\"G\"/></Properties></Control></Controls>";
-    auto driver = orm_test::loadSystem(orm_test::systemOf(orm_test::gainGraph("A", "System", "0"),
-                                                          "<Output Graph=\"A\" Node=\"out\"/>", controls));
+        "<Property Name=\"Gain\" Graph=\"A\" Element=\"G\"/></Properties></Control></Controls>"));
     driver->setMaxBlockSize(64);
     std::vector<scalar> ones(64, 1.0f);
     std::vector<scalar*> inputs{ones.data()};
