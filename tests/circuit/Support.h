@@ -52,19 +52,32 @@ std::string messageOf(F f) {
     return "";
 }
 
-// Runs the circuit over one input signal in blocks; returns output 0.
-inline std::vector<float> run(vrn::Circuit& circuit, const std::vector<float>& input, size_t block = 64) {
+// Runs the circuit over input signals of equal length in blocks; returns every output.
+inline std::vector<std::vector<float>> runAll(vrn::Circuit& circuit, const std::vector<std::vector<float>>& input,
+                                              size_t block = 64) {
     circuit.setMaxBlockSize(static_cast<int>(block));
-    std::vector<float> result;
-    std::vector<float> in(block);
-    for (size_t start = 0; start < input.size(); start += block) {
-        size_t n = std::min(block, input.size() - start);
-        std::copy(input.begin() + static_cast<long>(start), input.begin() + static_cast<long>(start + n), in.begin());
-        std::vector<float*> inputs{in.data()};
+    std::vector<std::vector<float>> result(static_cast<size_t>(circuit.getNumberOfOutputs()));
+    for (size_t start = 0; start < input[0].size(); start += block) {
+        size_t n = std::min(block, input[0].size() - start);
+        std::vector<float*> inputs;
+        for (const std::vector<float>& signal : input) inputs.push_back(const_cast<float*>(signal.data()) + start);
         circuit.process(inputs, n);
-        result.insert(result.end(), circuit.getOutput(0), circuit.getOutput(0) + n);
+        for (size_t k = 0; k < result.size(); ++k)
+            result[k].insert(result[k].end(), circuit.getOutput(static_cast<int>(k)), circuit.getOutput(static_cast<int>(k)) + n);
     }
     return result;
+}
+
+// Output 0 over one input signal.
+inline std::vector<float> run(vrn::Circuit& circuit, const std::vector<float>& input, size_t block = 64) {
+    return runAll(circuit, {input}, block)[0];
+}
+
+// Parses, initialises and runs a netlist of one input.
+inline std::vector<float> solve(const std::string& graphBody, const std::vector<float>& input) {
+    auto circuit = parseCircuit(graphBody);
+    circuit->init();
+    return run(*circuit, input);
 }
 
 inline std::vector<float> sine(double amplitude, double frequency, double rate, size_t n) {
@@ -130,6 +143,12 @@ inline std::vector<double> ngspiceOperatingPoint(const std::string& netlist, con
     std::string deck = netlist + "\n.control\nop\n";
     for (const std::string& node : nodes) deck += "echo " + node + " $&v(" + node + ") >> @OUT@\n";
     return ngspiceRun(deck);
+}
+
+inline std::string outputs(const std::vector<const char*>& nodes) {
+    std::string text = "<Output>";
+    for (const char* node : nodes) text += std::string("<Node Name=\"") + node + "\"/>";
+    return text + "</Output>";
 }
 
 // One element of a netlist: <Element Type Name><Properties .../><Node/>...</Element>.
