@@ -17,7 +17,7 @@ namespace {
 const std::string kNewtonDC = dc(newton("1e-7", 200));
 
 std::string battery(const char* name, const char* volts, const char* node) {
-    return element("Battery", name, std::string("Voltage=\"") + volts + "\"", {node, "GND"});
+    return element("Battery", name, std::string("Voltage='") + volts + "'", {node, "GND"});
 }
 
 }  // namespace
@@ -26,30 +26,30 @@ TEST(GridElements, ClampHoldsTheGridAtTheDriveButNotAboveTheCathode) {
     // The grid follows the drive up to the cathode (0.5 V) plus the offset.
     auto clamp = [](const std::string& offset) {
         return inputSource() + battery("Bk", "0.5", "k") + element("GridClamp", "Clamp", offset, {"g", "in", "k"}) +
-               element("Resistor", "R1", "Resistance=\"1000\"", {"g", "x"}) +
-               element("Resistor", "R2", "Resistance=\"1000\"", {"x", "GND"}) + outputs({"g"}) + kNewtonDC;
+               element("Resistor", "R1", "Resistance='1000'", {"g", "x"}) +
+               element("Resistor", "R2", "Resistance='1000'", {"x", "GND"}) + outputs({"g"}) + kNewtonDC;
     };
     EXPECT_EQ(solve(clamp(""), {-2.0f, 0.25f, 0.5f, 0.75f, 40.0f}), (std::vector<float>{-2.0f, 0.25f, 0.5f, 0.5f, 0.5f}));
-    EXPECT_FLOAT_EQ(0.75f, solve(clamp("Offset=\"0.25\""), {3.0f})[0]);
+    EXPECT_FLOAT_EQ(0.75f, solve(clamp("Offset='0.25'"), {3.0f})[0]);
 }
 
 TEST(GridElements, CurrentLoadsDrawTheirPowerLawsThroughALoad) {
     // 10 V through 1 kΩ into p, loaded by Igc·(v(in) - v(k) + Vc)^N with the cathode at 1 V.
     const std::string supply = inputSource() + battery("B", "10", "s") + battery("Bk", "1", "k") +
-                               element("Resistor", "R", "Resistance=\"1000\"", {"s", "p"}) + outputs({"p"}) + kNewtonDC;
+                               element("Resistor", "R", "Resistance='1000'", {"s", "p"}) + outputs({"p"}) + kNewtonDC;
     struct Load {
         std::string elements;
         std::function<double(double)> current;  // of v(in) - v(k)
         std::vector<float> vin;
     } const loads[] = {
         // One power law from 0.5 V below the cathode: the node falls below ground once I passes 10 mA.
-        {element("GridCurrentLoad", "Ig", "Igc=\"1e-3\" N=\"1.5\" Vc=\"0.5\"", {"p", "in", "k"}),
+        {element("GridCurrentLoad", "Ig", "Igc='1e-3' N='1.5' Vc='0.5'", {"p", "in", "k"}),
          [](double x) { return x + 0.5 > 0 ? 1e-3 * std::pow(x + 0.5, 1.5) : 0.0; },
          {-3.0f, 0.5f, 1.5f, 4.5f, 9.5f, 4.5f}},
         // Two ramps (N = 1) from 1 V and 3 V above the cathode, +2 mA/V then -3 mA/V: the current
         // rises to 4 mA at 3 V and falls after, pushing current into the node beyond 5.67 V.
-        {element("GridCurrentLoad", "Up", "Igc=\"2e-3\" N=\"1\" Vc=\"-1\"", {"p", "in", "k"}) +
-             element("GridCurrentLoad", "Down", "Igc=\"-3e-3\" N=\"1\" Vc=\"-3\"", {"p", "in", "k"}),
+        {element("GridCurrentLoad", "Up", "Igc='2e-3' N='1' Vc='-1'", {"p", "in", "k"}) +
+             element("GridCurrentLoad", "Down", "Igc='-3e-3' N='1' Vc='-3'", {"p", "in", "k"}),
          [](double x) { return 2e-3 * std::max(0.0, x - 1.0) - 3e-3 * std::max(0.0, x - 3.0); },
          {0.0f, 2.0f, 3.0f, 4.0f, 5.0f, 8.0f}},
     };
@@ -67,8 +67,8 @@ namespace {
 // A pentode whose grid is the input, its plate through a load to 600 V, the cathode at 18.2974 V.
 std::string freePlate(const char* load, const char* screen, const char* tube, const std::string& more) {
     return inputSource() + more + battery("Supply", "600", "s") + battery("Bk", "18.2974", "k") +
-           element("Resistor", "Rp", std::string("Resistance=\"") + load + "\"", {"s", "p"}) + battery("Bs", screen, "sc") +
-           element("Pentode", "V", std::string("Type=\"") + tube + "\"", {"p", "sc", "g", "k"}) + outputs({"p"}) + kNewtonDC;
+           element("Resistor", "Rp", std::string("Resistance='") + load + "'", {"s", "p"}) + battery("Bs", screen, "sc") +
+           element("Pentode", "V", std::string("Type='") + tube + "'", {"p", "sc", "g", "k"}) + outputs({"p"}) + kNewtonDC;
 }
 
 }  // namespace
@@ -78,9 +78,9 @@ TEST(GridElements, FreePentodePlateFallsBelowTheCathodeAndDrawsNothingThere) {
     // takes the free plate far below ground, where the tube takes no plate current, so the plate
     // is the supply minus the load's drop of that current alone.
     auto stage = [](const char* clampPlate) {
-        return freePlate("3900", "285.6", (std::string("KT66\" ClampPlate=\"") + clampPlate).c_str(),
+        return freePlate("3900", "285.6", (std::string("KT66' ClampPlate='") + clampPlate).c_str(),
                          element("GridClamp", "Clamp", "", {"g", "in", "k"}) +
-                             element("GridCurrentLoad", "Ig", "Igc=\"2.2e-4\" N=\"1.5\"", {"p", "in", "k"}));
+                             element("GridCurrentLoad", "Ig", "Igc='2.2e-4' N='1.5'", {"p", "in", "k"}));
     };
     const std::vector<float> out = solve(stage("false"), {0.0f, 100.0f});
     EXPECT_NEAR(600.0 - 3900.0 * 2.2e-4 * std::pow(100.0 - 18.2974, 1.5), out[1], 0.01);
@@ -92,8 +92,8 @@ TEST(GridElements, FreePentodePlateSeesItsOwnVoltageWhenTheGridRisesAboveIt) {
     // A 6V6GT with its grid driven 20 V above the cathode pulls its free plate below the grid; the
     // plate current is taken at the plate's own voltage, so the solution satisfies Koren's law
     // there: (600 - vp) / 7400 = Ip(vgk, vp - vk, vsk).
-    const std::string stage = freePlate("7400", "305", "GE6V6GT\" ClampPlate=\"false",
-                                        element("IdealAmplifier", "A", "Gain=\"1\"", {"in", "g"}));
+    const std::string stage = freePlate("7400", "305", "GE6V6GT' ClampPlate='false",
+                                        element("IdealAmplifier", "A", "Gain='1'", {"in", "g"}));
     // Swept up from cut-off, as the stage curves are.
     std::vector<float> vin;
     for (float v = 0.0f; v <= 38.3f; v += 0.5f) vin.push_back(v);

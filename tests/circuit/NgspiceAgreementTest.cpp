@@ -30,6 +30,13 @@ std::vector<double> reference(const std::string& graph, const std::string& spice
     return values;
 }
 
+int iterationsOf(vrn::Solver& solver) {
+    if (auto* s = dynamic_cast<vrn::NewtonSolver*>(&solver)) return s->getLastIterations();
+    if (auto* s = dynamic_cast<vrn::SimplifiedNewtonSolver*>(&solver)) return s->getLastIterations();
+    if (auto* s = dynamic_cast<vrn::SuccessiveApproximationsSolver*>(&solver)) return s->getLastIterations();
+    return 1;
+}
+
 double report(const char* name, const Agreement& a) {
     std::printf("[figure] %-36s worst %.4g V of %.4g V p-p = %.4f %%\n", name, a.worst, a.swing, 100.0 * a.fraction());
     return a.fraction();
@@ -46,12 +53,12 @@ TEST_F(NgspiceAgreement, RcFiltersOpAmpStageAndPentode) {
         std::vector<float> input;
         double rate, from = 0.010;  // seconds left out at the start
     } const cases[] = {
-        {"RC low-pass, 1 kHz sine", rcLowPass(), rcLowPassSpice(), spiceSine(1.0, 1000.0), sine(1.0, 1000.0, audio, na), audio},
+        {"RC low-pass, 1 kHz sine", rcLowPass(), rcLowPassSpice(), spiceSine(1, 1000), sine(1, 1000, audio, na), audio},
         {"RC low-pass, step", rcLowPass(), rcLowPassSpice(), spiceStep(1.0, audio), step(1.0, na), audio, 0.0},
-        {"RC high-pass, 1 kHz sine", rcHighPass(), rcHighPassSpice(), spiceSine(1.0, 1000.0), sine(1.0, 1000.0, audio, na), audio},
+        {"RC high-pass, 1 kHz sine", rcHighPass(), rcHighPassSpice(), spiceSine(1, 1000), sine(1, 1000, audio, na), audio},
         {"RC high-pass, step", rcHighPass(), rcHighPassSpice(), spiceStep(1.0, audio), step(1.0, na), audio, 0.0},
-        {"pot into op-amp, 1 kHz sine", potOpAmp(), potOpAmpSpice(), spiceSine(0.5, 1000.0), sine(0.5, 1000.0, audio, na), audio},
-        {"GE6V6GT stage, 2 V peak", pentodeStage(), pentodeStageSpice(), spiceSine(2.0, 1000.0), sine(2.0, 1000.0, tubes, nt), tubes},
+        {"pot into op-amp, 1 kHz sine", potOpAmp(), potOpAmpSpice(), spiceSine(0.5, 1000), sine(0.5, 1000, audio, na), audio},
+        {"GE6V6GT stage, 2 V peak", pentodeStage(), pentodeStageSpice(), spiceSine(2, 1000), sine(2, 1000, tubes, nt), tubes},
     };
     for (const Case& c : cases) {
         auto circuit = parseCircuit(c.graph);
@@ -93,10 +100,7 @@ TEST_F(NgspiceAgreement, TheFourSolversOnTheTriodeStage) {
             int most = 0;
             for (float sample : input) {
                 output.push_back(run(*circuit, {sample}, 1)[0]);
-                int k = 1;
-                if (auto* newton = dynamic_cast<vrn::NewtonSolver*>(&solver)) k = newton->getLastIterations();
-                if (auto* simplified = dynamic_cast<vrn::SimplifiedNewtonSolver*>(&solver)) k = simplified->getLastIterations();
-                if (auto* successive = dynamic_cast<vrn::SuccessiveApproximationsSolver*>(&solver)) k = successive->getLastIterations();
+                int k = iterationsOf(solver);
                 total += k;
                 most = std::max(most, k);
             }
@@ -112,14 +116,16 @@ TEST_F(NgspiceAgreement, TheFourSolversOnTheTriodeStage) {
 }
 
 TEST_F(NgspiceAgreement, OperatingPointsOfTheTriodeAndPentodeStages) {
-    for (auto [graph, spice] : {std::pair{triodeStage(), triodeStageSpice()}, std::pair{pentodeStage(), pentodeStageSpice()}}) {
+    for (auto [graph, spice] :
+         {std::pair{triodeStage(), triodeStageSpice()}, std::pair{pentodeStage(), pentodeStageSpice()}}) {
         auto circuit = parseCircuit(graph);
         circuit->init();
         const std::vector<std::string> nodes = {"plate", "cathode", "grid"};
         const std::vector<double> expected = ngspiceOperatingPoint(std::string("Vin in 0 0\n") + spice, nodes);
         ASSERT_EQ(expected.size(), 3u);
         for (size_t i = 0; i < nodes.size(); ++i) {
-            double ours = circuit->getMNAContext()->getSolution()[static_cast<size_t>(circuit->getMNAContext()->getNodes().at(nodes[i]))];
+            const vrn::MNAContext& context = *circuit->getMNAContext();
+            double ours = context.getSolution()[static_cast<size_t>(context.getNodes().at(nodes[i]))];
             std::printf("[figure] operating point %-8s ours %.6f V, ngspice %.6f V\n", nodes[i].c_str(), ours, expected[i]);
             EXPECT_NEAR(ours, expected[i], 1e-4 * std::max(1.0, std::fabs(expected[i]))) << nodes[i];
         }

@@ -53,17 +53,18 @@ std::string messageOf(F f) {
 }
 
 // Runs the circuit over input signals of equal length in blocks; returns every output.
-inline std::vector<std::vector<float>> runAll(vrn::Circuit& circuit, const std::vector<std::vector<float>>& input,
-                                              size_t block = 64) {
+inline std::vector<std::vector<float>> runAll(vrn::Circuit& circuit, std::vector<std::vector<float>> input, size_t block = 64) {
     circuit.setMaxBlockSize(static_cast<int>(block));
     std::vector<std::vector<float>> result(static_cast<size_t>(circuit.getNumberOfOutputs()));
     for (size_t start = 0; start < input[0].size(); start += block) {
         size_t n = std::min(block, input[0].size() - start);
         std::vector<float*> inputs;
-        for (const std::vector<float>& signal : input) inputs.push_back(const_cast<float*>(signal.data()) + start);
+        for (std::vector<float>& signal : input) inputs.push_back(signal.data() + start);
         circuit.process(inputs, n);
-        for (size_t k = 0; k < result.size(); ++k)
-            result[k].insert(result[k].end(), circuit.getOutput(static_cast<int>(k)), circuit.getOutput(static_cast<int>(k)) + n);
+        for (size_t k = 0; k < result.size(); ++k) {
+            const float* out = circuit.getOutput(static_cast<int>(k));
+            result[k].insert(result[k].end(), out, out + n);
+        }
     }
     return result;
 }
@@ -145,18 +146,17 @@ inline std::vector<double> ngspiceOperatingPoint(const std::string& netlist, con
     return ngspiceRun(deck);
 }
 
-inline std::string outputs(const std::vector<const char*>& nodes) {
-    std::string text = "<Output>";
-    for (const char* node : nodes) text += std::string("<Node Name=\"") + node + "\"/>";
-    return text + "</Output>";
+inline std::string nodeList(const std::vector<const char*>& nodes) {
+    std::string text;
+    for (const char* node : nodes) text += std::string("<Node Name='") + node + "'/>";
+    return text;
 }
+inline std::string outputs(const std::vector<const char*>& nodes) { return "<Output>" + nodeList(nodes) + "</Output>"; }
 
 // One element of a netlist: <Element Type Name><Properties .../><Node/>...</Element>.
 inline std::string element(const std::string& type, const std::string& name, const std::string& properties,
                            const std::vector<const char*>& nodes) {
-    std::string text = "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/>";
-    for (const char* node : nodes) text += std::string("<Node Name=\"") + node + "\"/>";
-    return text + "</Element>";
+    return "<Element Type='" + type + "' Name='" + name + "'><Properties " + properties + "/>" + nodeList(nodes) + "</Element>";
 }
 
 struct Agreement {
