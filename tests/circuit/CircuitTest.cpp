@@ -7,6 +7,7 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <tuple>
 
 #include "Netlists.h"
 #include "Support.h"
@@ -104,6 +105,8 @@ TEST(Circuit, CapacitorCompanionFromOperatingPointAndFromZero) {
     for (float v : run(*circuit, std::vector<float>(4, 0.0f))) EXPECT_NEAR(v, 1.0f, 1e-6);
     EXPECT_FLOAT_EQ(capacitor.getConductance(), 2e-3f);
     EXPECT_NEAR(capacitor.getHistory(), -2e-3f, 1e-9);
+    capacitor.propertyChanged("Capacitance", 2e-6f);
+    EXPECT_FLOAT_EQ(capacitor.getConductance(), 4e-3f);
 
     // From zero: the trapezoidal step response of RC = 1 ms at 1 kHz, the input held at 1 from
     // sample 0.  H(z) = (1 + z⁻¹)/(3 - z⁻¹): y0 = 1/3, y[n] = (2 + y[n-1])/3.
@@ -168,17 +171,22 @@ TEST(Circuit, FailedSampleRepeatsTheLastSolutionIsCountedAndBypassWins) {
 }
 
 TEST(Circuit, SolverToleranceOfTenSwitchesTheIterationOff) {
-    // A 1 V divider solved from zero: with an absolute tolerance of 10 or more the solution stays
-    // where it starts; just below, one step solves the linear netlist.
+    // A 1 V divider solved from zero: with an absolute tolerance of 10 or more (so large that 1
+    // is lost in it for SuccessiveApproximations) the solution stays where it starts; below, one
+    // step solves the linear netlist.
     const std::string divider = element("Battery", "B1", "Voltage='1'", {"a", "GND"}) +
                                 element("Resistor", "R1", "Resistance='1000'", {"a", "b"}) +
                                 element("Resistor", "R2", "Resistance='1000'", {"b", "GND"}) + outputs({"b"});
-    for (std::string type : {"NewtonRaphson", "SimplifiedNewton"})
-        for (auto [tolerance, expected] : {std::pair{"10", 0.0f}, std::pair{"9.99", 0.5f}}) {
-            std::string solver = "<Solver Type='" + type + "'><Properties RelativeTollerance='" + tolerance +
-                                 "' AbsoluteTollerance='" + tolerance + "' MaxIterations='5'/></Solver>";
-            EXPECT_FLOAT_EQ(solve(divider + dc(solver), {0.0f})[0], expected) << type << " " << tolerance;
-        }
+    const std::string relaxations = "InitialRelaxation='1' MinRelaxation='1' MaxRelaxation='1' Growth='1' Reduction='1' ";
+    const std::tuple<std::string, std::string, const char*, float> cases[] = {
+        {"NewtonRaphson", "", "10", 0.0f},       {"NewtonRaphson", "", "9.99", 0.5f},
+        {"SimplifiedNewton", "", "10", 0.0f},    {"SimplifiedNewton", "", "9.99", 0.5f},
+        {"SuccessiveApproximations", relaxations, "1e30", 0.0f}, {"SuccessiveApproximations", relaxations, "10", 0.5f}};
+    for (const auto& [type, more, tolerance, expected] : cases) {
+        std::string solver = "<Solver Type='" + type + "'><Properties " + more + "RelativeTollerance='" + tolerance +
+                             "' AbsoluteTollerance='" + tolerance + "' MaxIterations='5'/></Solver>";
+        EXPECT_FLOAT_EQ(solve(divider + dc(solver), {0.0f})[0], expected) << type << " " << tolerance;
+    }
 }
 
 TEST(Circuit, TriodeClampsThePlateAndTablesFollowTheFormula) {
@@ -211,6 +219,14 @@ TEST(Circuit, TriodeClampsThePlateAndTablesFollowTheFormula) {
             float ip = exact.current(vgk, vpk), slope = exact.dIdVpk(vgk, vpk);
             EXPECT_NEAR(looked.current(vgk, vpk), ip, 1e-2f * ip + 5e-8f) << vgk << " " << vpk;
             EXPECT_NEAR(looked.dIdVpk(vgk, vpk), slope, 1e-2f * slope + 1e-9f) << vgk << " " << vpk;
+        }
+    // The formula's slopes against central differences of its current (h = 10 mV).
+    for (float vgk : {-2.0f, -0.5f})
+        for (float vpk : {120.0f, 250.0f}) {
+            float h = 0.01f, gk = (exact.current(vgk + h, vpk) - exact.current(vgk - h, vpk)) / (2 * h),
+                  pk = (exact.current(vgk, vpk + h) - exact.current(vgk, vpk - h)) / (2 * h);
+            EXPECT_NEAR(exact.dIdVgk(vgk, vpk), gk, 5e-3f * gk) << vgk << " " << vpk;
+            EXPECT_NEAR(exact.dIdVpk(vgk, vpk), pk, 5e-3f * pk) << vgk << " " << vpk;
         }
     EXPECT_EQ(looked.current(-9.0f, 200.0f), 0.0f);  // below the table
     EXPECT_GT(exact.current(-9.0f, 200.0f), 0.0f);   // where the formula still conducts
@@ -322,6 +338,7 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
         {faulty("Triode", "Type='12AX7' mu='-1'", pgk), "Triode: mu must be greater than or equal to 0. mu=-1"},
         {faulty("Triode", "Type='12AX7' VgkMin='5'", pgk),
          "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=5. Triode name=X1"},
+        {faulty("Triode", "Type='12AX7' VpMax='0'", pgk), "Triode: VpMax must be greater than 0. VpMax=0. Triode name=X1"},
         {faulty("Triode", "Type='12AX7' DeltaVgk='0'", pgk), "DeltaVgk must be greater than 0. Triode name=X1, value=0"},
         {faulty("Triode", "Type='12AX7' VgkMin='-9' VgkMax='-1'", pgk),
          "VgkMax cannot be negative: the grid current table starts at 0 V. Triode name=X1, value=-1"},

@@ -83,6 +83,7 @@ TEST_F(NgspiceAgreement, TheFourSolversOnTheTriodeStage) {
         double limit;  // as a fraction of the swing; 0: not bounded
         int maxIterations;
     } const solvers[] = {{"NewtonRaphson", newton(), 0.005, 50},
+                         {"NewtonRaphson at most 2", newton("1e-6", 2), 0.005, 2},
                          {"Linear", linear(), 0, 1},
                          {"SimplifiedNewton", simplifiedNewton(), 0.05, 100},
                          {"SuccessiveApproximations", successiveApproximations(), 0.005, 200}};
