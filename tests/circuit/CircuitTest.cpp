@@ -406,8 +406,9 @@ TEST(CircuitUnderDriver, GainIntoTriodeStageIntoGain) {
     std::stringstream text;
     text << std::ifstream(std::string(ORM_SOURCE_DIR) + "/docs/circuits.md").rdbuf();
     const std::string document = text.str();
-    const size_t start = document.find("```xml\n<System>") + 7;
-    ASSERT_NE(start, std::string::npos + 7);
+    size_t start = document.find("```xml\n<System>");
+    ASSERT_NE(start, std::string::npos);
+    start += 7;
     std::istringstream system(document.substr(start, document.find("```", start) - start));
     auto driver = vrn::Driver::create();
     driver->init(system);

@@ -1,5 +1,5 @@
 #pragma once
-// Shared by the circuit tests: netlists from XML, running a circuit over a signal, and running
+// Shared by the circuit tests and benchmarks: netlists from XML, running a circuit over signals, and running
 // the same circuit through ngspice in batch mode.
 
 #include <cmath>
