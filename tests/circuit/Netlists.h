@@ -4,10 +4,12 @@
 
 #include <string>
 
+#include "Support.h"
+
 namespace circuittest {
 
-inline std::string inputSource() {
-    return R"(<Element Type="VoltageInputSource" Name="Vin"><Properties InputNumber="0"/><Node Name="in"/><Node Name="GND"/></Element>)";
+inline std::string inputSource(const char* properties = "InputNumber='0'") {
+    return element("VoltageInputSource", "Vin", properties, {"in", "GND"});
 }
 
 inline std::string newton(const char* tolerance = "1e-6", int iterations = 50) {
@@ -26,40 +28,35 @@ inline std::string successiveApproximations() {
 
 inline std::string linear() { return R"(<Solver Type="Linear"/>)"; }
 
-// AC analysis from the operating point, found by Newton.
+// DC analysis, and AC analysis from the operating point (found by Newton) or from zero.
+inline std::string dc(const std::string& solver = linear()) { return "<Analysis Type='DC'>" + solver + "</Analysis>"; }
 inline std::string analysis(const std::string& solver) {
     return R"(<Analysis Type="AC"><InitialCondition Type="OperatingPoint">)" + newton("1e-6", 200) +
            "</InitialCondition>" + solver + "</Analysis>";
 }
+inline std::string fromZero(const std::string& solver = linear()) {
+    return R"(<Analysis Type="AC"><InitialCondition Type="Zero"/>)" + solver + "</Analysis>";
+}
 
 inline std::string rcLowPass(const std::string& solver = linear()) {
-    return inputSource() +
-           R"(<Element Type="Resistor" Name="R1"><Properties Resistance="1000"/><Node Name="in"/><Node Name="out"/></Element>
-<Element Type="Capacitor" Name="C1"><Properties Capacitance="100e-9"/><Node Name="out"/><Node Name="GND"/></Element>
-<Output><Node Name="out"/></Output>)" +
-           analysis(solver);
+    return inputSource() + element("Resistor", "R1", "Resistance='1000'", {"in", "out"}) +
+           element("Capacitor", "C1", "Capacitance='100e-9'", {"out", "GND"}) + outputs({"out"}) + analysis(solver);
 }
 inline const char* rcLowPassSpice() { return "R1 in out 1000\nC1 out 0 100n\n"; }
 
 inline std::string rcHighPass(const std::string& solver = linear()) {
-    return inputSource() +
-           R"(<Element Type="Capacitor" Name="C1"><Properties Capacitance="100e-9"/><Node Name="in"/><Node Name="out"/></Element>
-<Element Type="Resistor" Name="R1"><Properties Resistance="1000"/><Node Name="out"/><Node Name="GND"/></Element>
-<Output><Node Name="out"/></Output>)" +
-           analysis(solver);
+    return inputSource() + element("Capacitor", "C1", "Capacitance='100e-9'", {"in", "out"}) +
+           element("Resistor", "R1", "Resistance='1000'", {"out", "GND"}) + outputs({"out"}) + analysis(solver);
 }
 inline const char* rcHighPassSpice() { return "C1 in out 100n\nR1 out 0 1000\n"; }
 
 // A 10 kΩ pot at 0.3 into a non-inverting stage of gain 10 with 1 nF across the feedback resistor.
 inline std::string potOpAmp(const std::string& solver = linear()) {
-    return inputSource() +
-           R"(<Element Type="Potentiometer" Name="P1"><Properties Resistance="10000" Wiper="0.3"/><Node Name="in"/><Node Name="w"/><Node Name="GND"/></Element>
-<Element Type="OpAmp" Name="U1"><Properties Gain="100000"/><Node Name="w"/><Node Name="out"/><Node Name="n"/></Element>
-<Element Type="Resistor" Name="Rf"><Properties Resistance="90000"/><Node Name="out"/><Node Name="n"/></Element>
-<Element Type="Capacitor" Name="Cf"><Properties Capacitance="1e-9"/><Node Name="out"/><Node Name="n"/></Element>
-<Element Type="Resistor" Name="Rg"><Properties Resistance="10000"/><Node Name="n"/><Node Name="GND"/></Element>
-<Output><Node Name="out"/></Output>)" +
-           analysis(solver);
+    return inputSource() + element("Potentiometer", "P1", "Resistance='10000' Wiper='0.3'", {"in", "w", "GND"}) +
+           element("OpAmp", "U1", "Gain='100000'", {"w", "out", "n"}) +
+           element("Resistor", "Rf", "Resistance='90000'", {"out", "n"}) +
+           element("Capacitor", "Cf", "Capacitance='1e-9'", {"out", "n"}) +
+           element("Resistor", "Rg", "Resistance='10000'", {"n", "GND"}) + outputs({"out"}) + analysis(solver);
 }
 // The wiper at 0.3 of the travel from "in": 3 kΩ above, 7 kΩ below.
 inline const char* potOpAmpSpice() {
@@ -69,17 +66,15 @@ inline const char* potOpAmpSpice() {
 // The common-cathode 12AX7 stage: 100 kΩ plate resistor to 300 V, 1.5 kΩ cathode resistor
 // bypassed by 22 µF, 22 nF coupling capacitor into a 1 MΩ grid resistor.
 inline std::string triodeStage(const std::string& solver = newton(), bool tables = false) {
-    return inputSource() +
-           R"(<Element Type="Capacitor" Name="Cin"><Properties Capacitance="22e-9"/><Node Name="in"/><Node Name="grid"/></Element>
-<Element Type="Resistor" Name="Rg"><Properties Resistance="1e6"/><Node Name="grid"/><Node Name="GND"/></Element>
-<Element Type="Battery" Name="B1"><Properties Voltage="300"/><Node Name="supply"/><Node Name="GND"/></Element>
-<Element Type="Resistor" Name="Rp"><Properties Resistance="100e3"/><Node Name="supply"/><Node Name="plate"/></Element>
-<Element Type="Resistor" Name="Rk"><Properties Resistance="1500"/><Node Name="cathode"/><Node Name="GND"/></Element>
-<Element Type="Capacitor" Name="Ck"><Properties Capacitance="22e-6"/><Node Name="cathode"/><Node Name="GND"/></Element>
-<Element Type="Triode" Name="V1"><Properties Type="12AX7" DoNotInterpolate=")" +
-           (tables ? "false" : "true") + R"("/><Node Name="plate"/><Node Name="grid"/><Node Name="cathode"/></Element>
-<Output><Node Name="plate"/></Output>)" +
-           analysis(solver);
+    return inputSource() + element("Capacitor", "Cin", "Capacitance='22e-9'", {"in", "grid"}) +
+           element("Resistor", "Rg", "Resistance='1e6'", {"grid", "GND"}) +
+           element("Battery", "B1", "Voltage='300'", {"supply", "GND"}) +
+           element("Resistor", "Rp", "Resistance='100e3'", {"supply", "plate"}) +
+           element("Resistor", "Rk", "Resistance='1500'", {"cathode", "GND"}) +
+           element("Capacitor", "Ck", "Capacitance='22e-6'", {"cathode", "GND"}) +
+           element("Triode", "V1", std::string("Type='12AX7' DoNotInterpolate='") + (tables ? "false" : "true") + "'",
+                   {"plate", "grid", "cathode"}) +
+           outputs({"plate"}) + analysis(solver);
 }
 
 // Koren's triode and the power-law grid current as behavioural sources.  The anode current's
@@ -95,17 +90,15 @@ inline const char* triodeStageSpice() {
 // A GE6V6GT pentode: 5 kΩ plate resistor to 300 V, screen at 250 V, 470 Ω cathode resistor
 // bypassed by 100 µF, 22 nF into 470 kΩ.
 inline std::string pentodeStage(const std::string& solver = newton()) {
-    return inputSource() +
-           R"(<Element Type="Capacitor" Name="Cin"><Properties Capacitance="22e-9"/><Node Name="in"/><Node Name="grid"/></Element>
-<Element Type="Resistor" Name="Rg"><Properties Resistance="470e3"/><Node Name="grid"/><Node Name="GND"/></Element>
-<Element Type="Battery" Name="B1"><Properties Voltage="300"/><Node Name="supply"/><Node Name="GND"/></Element>
-<Element Type="Battery" Name="B2"><Properties Voltage="250"/><Node Name="screen"/><Node Name="GND"/></Element>
-<Element Type="Resistor" Name="Rp"><Properties Resistance="5000"/><Node Name="supply"/><Node Name="plate"/></Element>
-<Element Type="Resistor" Name="Rk"><Properties Resistance="470"/><Node Name="cathode"/><Node Name="GND"/></Element>
-<Element Type="Capacitor" Name="Ck"><Properties Capacitance="100e-6"/><Node Name="cathode"/><Node Name="GND"/></Element>
-<Element Type="Pentode" Name="V1"><Properties Type="GE6V6GT" DoNotInterpolate="true"/><Node Name="plate"/><Node Name="screen"/><Node Name="grid"/><Node Name="cathode"/></Element>
-<Output><Node Name="plate"/></Output>)" +
-           analysis(solver);
+    return inputSource() + element("Capacitor", "Cin", "Capacitance='22e-9'", {"in", "grid"}) +
+           element("Resistor", "Rg", "Resistance='470e3'", {"grid", "GND"}) +
+           element("Battery", "B1", "Voltage='300'", {"supply", "GND"}) +
+           element("Battery", "B2", "Voltage='250'", {"screen", "GND"}) +
+           element("Resistor", "Rp", "Resistance='5000'", {"supply", "plate"}) +
+           element("Resistor", "Rk", "Resistance='470'", {"cathode", "GND"}) +
+           element("Capacitor", "Ck", "Capacitance='100e-6'", {"cathode", "GND"}) +
+           element("Pentode", "V1", "Type='GE6V6GT' DoNotInterpolate='true'", {"plate", "screen", "grid", "cathode"}) +
+           outputs({"plate"}) + analysis(solver);
 }
 
 inline const char* pentodeStageSpice() {

@@ -1,5 +1,5 @@
 #pragma once
-// Shared by the circuit tests: netlists from XML, running a circuit over a signal, and running
+// Shared by the circuit tests and benchmarks: netlists from XML, running a circuit over signals, and running
 // the same circuit through ngspice in batch mode.
 
 #include <cmath>
@@ -52,19 +52,33 @@ std::string messageOf(F f) {
     return "";
 }
 
-// Runs the circuit over one input signal in blocks; returns output 0.
-inline std::vector<float> run(vrn::Circuit& circuit, const std::vector<float>& input, size_t block = 64) {
+// Runs the circuit over input signals of equal length in blocks; returns every output.
+inline std::vector<std::vector<float>> runAll(vrn::Circuit& circuit, std::vector<std::vector<float>> input, size_t block = 64) {
     circuit.setMaxBlockSize(static_cast<int>(block));
-    std::vector<float> result;
-    std::vector<float> in(block);
-    for (size_t start = 0; start < input.size(); start += block) {
-        size_t n = std::min(block, input.size() - start);
-        std::copy(input.begin() + static_cast<long>(start), input.begin() + static_cast<long>(start + n), in.begin());
-        std::vector<float*> inputs{in.data()};
+    std::vector<std::vector<float>> result(static_cast<size_t>(circuit.getNumberOfOutputs()));
+    for (size_t start = 0; start < input[0].size(); start += block) {
+        size_t n = std::min(block, input[0].size() - start);
+        std::vector<float*> inputs;
+        for (std::vector<float>& signal : input) inputs.push_back(signal.data() + start);
         circuit.process(inputs, n);
-        result.insert(result.end(), circuit.getOutput(0), circuit.getOutput(0) + n);
+        for (size_t k = 0; k < result.size(); ++k) {
+            const float* out = circuit.getOutput(static_cast<int>(k));
+            result[k].insert(result[k].end(), out, out + n);
+        }
     }
     return result;
+}
+
+// Output 0 over one input signal.
+inline std::vector<float> run(vrn::Circuit& circuit, const std::vector<float>& input, size_t block = 64) {
+    return runAll(circuit, {input}, block)[0];
+}
+
+// Parses, initialises and runs a netlist of one input.
+inline std::vector<float> solve(const std::string& graphBody, const std::vector<float>& input) {
+    auto circuit = parseCircuit(graphBody);
+    circuit->init();
+    return run(*circuit, input);
 }
 
 inline std::vector<float> sine(double amplitude, double frequency, double rate, size_t n) {
@@ -132,12 +146,17 @@ inline std::vector<double> ngspiceOperatingPoint(const std::string& netlist, con
     return ngspiceRun(deck);
 }
 
+inline std::string nodeList(const std::vector<const char*>& nodes) {
+    std::string text;
+    for (const char* node : nodes) text += std::string("<Node Name='") + node + "'/>";
+    return text;
+}
+inline std::string outputs(const std::vector<const char*>& nodes) { return "<Output>" + nodeList(nodes) + "</Output>"; }
+
 // One element of a netlist: <Element Type Name><Properties .../><Node/>...</Element>.
 inline std::string element(const std::string& type, const std::string& name, const std::string& properties,
                            const std::vector<const char*>& nodes) {
-    std::string text = "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/>";
-    for (const char* node : nodes) text += std::string("<Node Name=\"") + node + "\"/>";
-    return text + "</Element>";
+    return "<Element Type='" + type + "' Name='" + name + "'><Properties " + properties + "/>" + nodeList(nodes) + "</Element>";
 }
 
 struct Agreement {
