@@ -36,18 +36,6 @@ std::string contents(const std::string& file) {
 const std::string example = std::string(ORM_SOURCE_DIR) + "/examples/tube-stage.xml";
 const std::string tubeStage = "--system " + example + " ";
 
-// A netlist: a source, a resistor, and two capacitors in series to ground (no DC path for their
-// middle node).
-const std::string floatingNetlist =
-    "<System><Graphs><Graph Name=\"C\" Type=\"MNA\"><NumberOfInputs>1</NumberOfInputs>"
-    "<Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>"
-    "<Element Type=\"VoltageInputSource\" Name=\"Vin\"><Properties InputNumber=\"0\"/><Node Name=\"in\"/><Node Name=\"GND\"/></Element>"
-    "<Element Type=\"Resistor\" Name=\"R1\"><Properties Resistance=\"1000\"/><Node Name=\"in\"/><Node Name=\"out\"/></Element>"
-    "<Element Type=\"Capacitor\" Name=\"C1\"><Properties Capacitance=\"1e-6\"/><Node Name=\"out\"/><Node Name=\"mid\"/></Element>"
-    "<Element Type=\"Capacitor\" Name=\"C2\"><Properties Capacitance=\"1e-6\"/><Node Name=\"mid\"/><Node Name=\"GND\"/></Element>"
-    "<Output><Node Name=\"out\"/></Output><Analysis Type=\"DC\"><Solver Type=\"Linear\"/></Analysis></Graph></Graphs>"
-    "<Outputs><Output Graph=\"C\" Node=\"out\"/></Outputs></System>";
-
 class OrmRender : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -169,7 +157,6 @@ TEST_F(OrmRender, RefusalsSayWhyAndLeaveNoFileBehind) {
            "<Output><Node Name=\"out\" Element=\"T\" Port=\"out\"/></Output></Graph></Graphs>"
            "<Outputs><Output Graph=\"A\" Node=\"out\"/></Outputs></System>";
     std::ofstream(path("broken.xml")) << "<System>\n  <Graphs>\n    <Graph Name=\"A\">\n  </Graphs>\n</System>\n";
-    std::ofstream(path("floating.xml")) << floatingNetlist;
 
     // Each command line, its exit status and all it writes to standard error after "orm-render: ";
     // a usage error (2) adds the pointer to --help, and a message ending in ": " goes on in a
@@ -195,7 +182,6 @@ TEST_F(OrmRender, RefusalsSayWhyAndLeaveNoFileBehind) {
         {tubeStage + "--out x.wav", 2, "give one of --in FILE or --signal NAME"},
         {riff + "--block 0 --out x.wav", 2, "--block must be between 1 and 65536"},
         {riff + "--rate fast --out x.wav", 2, "--rate needs a number, got 'fast'"},
-        {riff + "--frobnicate --out x.wav", 2, "unknown option --frobnicate"},
         {tubeStage + "--signal chirp --out x.wav", 2, "unknown signal 'chirp' (riff, sine:FREQ[:DBFS], impulse, sweep, noise, silence)"},
         {tubeStage + "--signal sine:30000 --out x.wav", 2, "sine needs a frequency between 0 and half the rate: 'sine:30000'"},
         {riff + "--set Tube --out x.wav", 2, "--set needs NAME=VALUE, got 'Tube'"},
@@ -208,7 +194,7 @@ TEST_F(OrmRender, RefusalsSayWhyAndLeaveNoFileBehind) {
         {"--system bad.xml " + amp, 1, "bad.xml: Unknown element type: Valve"},
         {"--system broken.xml " + amp, 1, "broken.xml:4:5: not well-formed XML: "},
         {"--system late.xml --signal noise --out x.wav", 1, "LookupTableFilter: T lookup data is not defined."},
-        {"--check floating.xml", 1, "floating.xml: singular matrix: node mid has no DC path to ground in Circuit C"},
+        {"--check bad.xml", 1, "bad.xml: Unknown element type: Valve"},
         {"--plugin none.so " + amp, 1, "cannot load none.so: "},
     };
     for (const Case& c : cases) {
@@ -236,7 +222,6 @@ TEST_F(OrmRender, CommandLinesThatWorkSayWhatTheyShould) {
     const std::string amp = "--signal impulse --seconds 0.05 ";
     const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
         {"--help", {"o:usage: orm-render", "o:--bits 16|24|32f", "e!"}},
-        {"--version", {"o:orm-render 1.", "e!"}},
         {"--list", {"o:3      Oversamp  2x | 4x | 8x   4x", "o:0      Volume    0/10 to 10/10  5/10", "e!"}},
         {tubeStage + "--list", {"o:1      Level  0 to 1  0.5       sets Gain of Output/Level"}},
         {"--check " + example, {"o:Preamp: DSP, x1 (48000 Hz), 1 input, 1 output", "o:system: 1 input, 2 outputs",
@@ -247,7 +232,6 @@ TEST_F(OrmRender, CommandLinesThatWorkSayWhatTheyShould) {
         {"--signal riff --seconds 1 --set Volume=10/10 --set Output=10/10 --out x.wav",
          {"e:peak +", "e:WARNING: ", "e:samples over full scale"}},
         {amp + "--set Oversampling=8x --set Volume=7.5/10 --set cpu=HIGH --set 7=1 --quiet --out x.wav", {"e!"}},
-        {"--signal riff --seconds 0.5 --bench --out x.wav", {"o:realtime factor"}},
     };
     for (const auto& [arguments, words] : cases) {
         SCOPED_TRACE(arguments);
@@ -387,24 +371,17 @@ TEST_F(OrmRender, WritesSafely) {
 }
 
 TEST_F(OrmRender, TheTailLetsTheCabinetRingOut) {
-    // An impulse of 0.1 s (4800 samples) through the amplifier, and how long the file is for each
-    // tail: none, 0.02 s (still loud at its end: all of it), and by default until the cabinet
-    // has rung out, well within 2 s.
-    struct {
-        const char* tail;
-        size_t shortest, longest;
-    } const tails[] = {{"--tail 0", 4800, 4800}, {"--tail 0.02", 4800 + 960, 4800 + 960}, {"", 4800 + 961, 4800 + 95999}};
-    std::vector<Channels> renders;
-    for (const auto& t : tails) {
-        renders.push_back(render(std::string("--signal impulse --seconds 0.1 --quiet ") + t.tail, "ring.wav"));
-        ASSERT_EQ(2u, renders.back().size()) << t.tail;
-        EXPECT_GE(renders.back()[0].size(), t.shortest) << t.tail;
-        EXPECT_LE(renders.back()[0].size(), t.longest) << t.tail;
-    }
-    // The default ends at the last sample above -90 dBFS, and is the untailed render up to 0.1 s.
-    const Channels& ring = renders.back();
+    // An impulse of 0.1 s (4800 samples) through the amplifier: with no tail the file ends with
+    // it; by default it goes on until the cabinet has rung out (to the last sample above
+    // -90 dBFS, well within 2 s), and is the untailed render up to 0.1 s.
+    const std::string impulse = "--signal impulse --seconds 0.1 --quiet ";
+    const Channels cut = render(impulse + "--tail 0", "cut.wav"), ring = render(impulse, "ring.wav");
+    ASSERT_EQ(4800u, cut.at(0).size());
+    ASSERT_EQ(2u, ring.size());
+    EXPECT_GT(ring[0].size(), 4800u);
+    EXPECT_LT(ring[0].size(), 4800u + 96000);
     EXPECT_GT(std::max(std::fabs(ring[0].back()), std::fabs(ring[1].back())), std::pow(10.0f, -90.0f / 20.0f));
-    EXPECT_EQ(renders[0][0], std::vector<float>(ring[0].begin(), ring[0].begin() + 4800));
+    EXPECT_EQ(cut[0], std::vector<float>(ring[0].begin(), ring[0].begin() + 4800));
 }
 
 TEST_F(OrmRender, RendersSeveralFilesIntoADirectory) {
