@@ -1,4 +1,4 @@
-// The contract of elements, filters, port descriptions and contexts.
+// The contract of element buffers and of contexts.
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-// The system description format: what it reads, and every message for what it cannot load
-// (from the parser, the graphs' checks and the Driver's).
+// The system description format: what it reads, and a message for each check that refuses a load
+// (in the parser, the graphs and the Driver).
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The WAV reader: every sample format read back exactly from files written here byte by byte,
-// the chunk walking rules, and each failure message from a crafted file.
+// the chunk walking rules, and the failure of each check from a crafted file.
 
 #include <gtest/gtest.h>
 
