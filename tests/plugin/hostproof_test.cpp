@@ -1,7 +1,7 @@
-// What hosts, users and upstream plug-ins really send: sizes and rates that make no sense, bad
-// samples, odd or null buffer pointers, their own floating-point mode.  None of it may stop,
-// crash or change an instance.  (orm-validate adds every value of every parameter, every opcode
-// with null pointers, and open/close cycles that must give the memory back.)
+// What hosts, users and upstream plug-ins really send: sizes and rates that make no sense, keys
+// with impossible modifiers, bad samples, odd or null buffer pointers, their own floating-point
+// mode.  None of it may stop, crash or change an instance.  (orm-validate adds every value of every
+// parameter, every opcode with null pointers, and open/close cycles that must give the memory back.)
 
 #include <xmmintrin.h>
 
@@ -37,6 +37,13 @@ TEST(PluginHostProof, NonsenseFromTheHostChangesNothing) {
     EXPECT_EQ(plugin.getParameter(kVol), 1.0f);
     EXPECT_EQ(plugin.getParameter(kFeedback), 0.0f);
     EXPECT_EQ(plugin.getParameter(kInput), 0.5f);
+    // Found by the dispatcher's fuzz target: a key's modifiers come as a float, and -2.6712e7 was
+    // converted to a byte unchecked (this suite runs under UBSan in the test command).
+    for (float modifiers : {-2.6712e7f, kNaN, kInf, 1e9f, 256.0f, -1.0f, 0.0f, 255.0f})
+        for (int32_t opcode : {effEditKeyDown, effEditKeyUp}) {
+            plugin.dispatch(opcode, 'a', 1000, nullptr, modifiers);
+            plugin.dispatch(opcode, -5, -7, nullptr, modifiers);
+        }
 
     // A bad sample among them: what replaces it must have survived the nonsense as well.
     std::vector<float> left = tone(n, 440.0);

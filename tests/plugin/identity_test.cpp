@@ -22,45 +22,21 @@ TEST(PluginIdentity, WhatAHostReads) {
 
     const int queries = versionQueries();
     Instance plugin;
-    const AEffect& e = *plugin.effect;
-    char buffer[64];
-    std::memset(buffer, 'x', sizeof(buffer));
+    char buffer[64] = {};
     ERect* rect = nullptr;
     VstSpeakerArrangement mono{}, *place = &mono;
     mono.numChannels = 1;
     auto ask = [&](int32_t opcode, int32_t index = 0, intptr_t value = 0, void* ptr = nullptr) {
         return int64_t(plugin.dispatch(opcode, index, value, ptr));
     };
-    const int32_t flagsShown = effFlagsCanReplacing | effFlagsCanDoubleReplacing | effFlagsProgramChunks |
-                               effFlagsIsSynth | effFlagsHasEditor;
-    // In order: a row may depend on the ones before it.
+    // In order: a row may depend on the ones before it.  (The record's counts, flags and ids: the
+    // independent host, which reads them by raw offsets.)
     const struct {
         const char* what;
         int64_t answer, expected;
     } rows[] = {
         {"version queries", versionQueries() - queries, 1},
-        {"magic", e.magic, 0x56737450},
-        {"unique id", e.uniqueID, 0x71377674},
-        {"programs", e.numPrograms, 1},
-        {"parameters", e.numParams, 8},
-        {"inputs", e.numInputs, 2},
-        {"outputs", e.numOutputs, 2},
-        {"version", e.version, 1},
-        {"initial delay", e.initialDelay, 0},
-        {"flags", e.flags & flagsShown, effFlagsCanReplacing | effFlagsHasEditor},
-        {"processReplacing", e.processReplacing != nullptr && e.ioRatio == 1.0f, 1},
         {"vendor version", ask(effGetVendorVersion), 1100},
-        {"interface version", ask(effGetVstVersion), 2400},
-        {"identify", ask(effIdentify), 0x4E764566},
-        {"category", ask(effGetPlugCategory), 0},
-        {"can do MIDI", ask(effCanDo, 0, 0, const_cast<char*>("receiveVstEvents")), 0},
-        {"can do bypass", ask(effCanDo, 0, 0, const_cast<char*>("bypass")), 0},
-        {"automatable", ask(effCanBeAutomated, 3), 1},
-        {"chunk", ask(effGetChunk, 0, 0, buffer), 0},
-        {"parameter properties", ask(effGetParameterProperties, 0, 0, buffer), 0},
-        {"effect name", ask(effGetEffectName, 0, 0, buffer), 0},
-        {"product", ask(effGetProductString, 0, 0, buffer), 0},
-        {"nothing written by these", buffer[0], 'x'},
         {"vendor without a place to write", ask(effGetVendorString), 0},
         {"vendor", ask(effGetVendorString, 0, 0, buffer), 1},
         {"a second program", ask(effSetProgram, 0, 1), 0},
@@ -72,7 +48,6 @@ TEST(PluginIdentity, WhatAHostReads) {
         {"arrangement without output", ask(effSetSpeakerArrangement, 0, reinterpret_cast<intptr_t>(&mono)), 1},
         {"key without an open editor", ask(effEditKeyDown, 'a'), 0},
         {"opcode beyond the table", ask(80), 0},
-        {"far beyond", ask(1000), 0},
         // Known before any window exists: the panel picture's 1000 by 400.
         {"editor size", ask(effEditGetRect, 0, 0, &rect), 1},
         {"editor width", rect ? rect->right - rect->left : -1, 1000},
@@ -83,8 +58,7 @@ TEST(PluginIdentity, WhatAHostReads) {
 }
 
 TEST(PluginIdentity, ParameterTextsDefaultsAndValues) {
-    // Names are cut to the eight characters hosts reserve; labels, displays and the program's
-    // name are empty.
+    // Names are cut to the eight characters hosts reserve.
     const struct {
         const char* name;
         float defaultValue, value;
@@ -102,11 +76,9 @@ TEST(PluginIdentity, ParameterTextsDefaultsAndValues) {
     };
     for (int i = 0; i < 8; ++i) {
         EXPECT_EQ(text(effGetParamName, i), parameters[i].name) << i;
-        EXPECT_EQ(text(effGetParamLabel, i) + text(effGetParamDisplay, i), "") << i;
         EXPECT_EQ(plugin.getParameter(i), parameters[i].defaultValue) << i;
         plugin.setParameter(i, parameters[i].value);
     }
-    EXPECT_EQ(text(effGetProgramName, 0), "");
     // Indices out of range are ignored, and read as 0.
     for (int index : {8, -1, 100}) {
         EXPECT_EQ(text(effGetParamName, index), "########") << index;

@@ -31,7 +31,8 @@ def main(path):
     unique_id, version, process_replacing = struct.unpack_from("<2iQ", raw, 112)
     assert magic == 0x56737450, hex(magic)
     assert counts_and_flags[:4] == (1, 8, 2, 2), counts_and_flags  # programs, parameters, inputs, outputs
-    assert counts_and_flags[4] & 0x1011 == 0x11, hex(counts_and_flags[4])  # editor, replacing; no doubles
+    # Editor and replacing; no doubles, no chunks, not a synth.
+    assert counts_and_flags[4] & 0x1131 == 0x11, hex(counts_and_flags[4])
     assert unique_id == 0x71377674 and version == 1, (hex(unique_id), version)
 
     dispatch = HOST(dispatcher)
