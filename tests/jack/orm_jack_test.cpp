@@ -1,8 +1,9 @@
 // orm-jack as a user runs it, on a private JACK server with the dummy back-end: the amplifier
 // played by a test client of ours and recorded by another, compared with orm-render's render of
-// the same input; the server's buffer size changed while it plays; Ctrl-C and the window's close
-// ending it cleanly; settings remembered between runs.  Everything skips, saying why, where
-// jackd cannot start (or, for the window, Xvfb).
+// the same input; the server's buffer size changed while it plays; Ctrl-C ending it cleanly;
+// settings remembered between runs, a damaged file replaced by the defaults.  It skips, saying
+// why, where jackd cannot start.  (The panel's window is the editor's X11 back-end, which the
+// editor_host suite shows; the module's audio path allocating nothing: the realtime suite.)
 
 #include <gtest/gtest.h>
 
@@ -27,12 +28,7 @@
 #include <thread>
 #include <vector>
 
-#include "editor/PanelComposition.h"
-#include "support/AllocationCounter.h"
-#include "support/XServer.h"
-#include "tools/orm-jack/JackAmp.h"
 #include "tools/orm-render/Signals.h"
-#include "tools/orm-render/VstHost.h"
 
 extern char** environ;
 
@@ -364,119 +360,6 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
     EXPECT_NE(warning.find("damaged"), std::string::npos) << warning;
     EXPECT_EQ(std::count(warning.begin(), warning.end(), '\n'), 1) << warning;
     EXPECT_NE(settings().find("\nOutput=0.5\n"), std::string::npos) << settings();
-}
-
-// The panel in a window of its own under a private Xvfb, as a user sees it: titled "orm",
-// showing the panel at the amplifier's values; a knob dragged with the mouse is heard in the
-// output; closing the window ends the program cleanly and the new value is remembered.
-TEST_F(OrmJack, WindowShowsThePanelAndItsKnobIsHeard) {
-    xtest::PrivateServer x;
-    x.start();
-    if (!x.display) GTEST_SKIP() << "no X server (Xvfb) could be started";
-    Display* display = x.display;
-    // A window that goes away while the tree is read is no error of ours.
-    XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
-    Clients clients;
-    ASSERT_TRUE(clients.ok());
-    clients.setMode(Clients::kSine);
-    pid_t orm = start({"--in", Clients::in(), "--out", Clients::out()}, clients);
-
-    Window window = 0;
-    waitFor(
-        [&] {
-            Window root, parent, *children = nullptr;
-            unsigned count = 0;
-            XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count);
-            for (unsigned i = 0; i < count && !window; ++i) {
-                char* name = nullptr;
-                if (XFetchName(display, children[i], &name) && name) {
-                    if (std::string(name) == "orm") window = children[i];
-                    XFree(name);
-                }
-            }
-            if (children) XFree(children);
-            return window != 0;
-        },
-        20);
-    ASSERT_NE(window, 0u) << "no window titled orm";
-    // The window shows the panel at these values, pixel for pixel, once it has drawn them.
-    auto shows = [&](const std::vector<float>& values) {
-        waitFor([&] { return xtest::compare(xtest::grab(display, window, 1000, 400), compose(values, 0)).count == 0; },
-                20);
-        const xtest::Screenshot shot = xtest::grab(display, window, 1000, 400);
-        EXPECT_EQ(xtest::compare(shot, compose(values, 0)).count, 0);
-        return shot;
-    };
-    std::vector<float> values = {0.5f, 1.0f, 0.5f, 0.5f, 1.0f, 0.0f, 0.5f, 0.0f};
-    shows(values);
-
-    // Output, from 0.5 dragged 100 pixels up to 1: louder.
-    ASSERT_TRUE(clients.recordFor(size_t(kRate) / 2));
-    size_t from = clients.recorded() - size_t(kRate) / 4;
-    const double before = rms(clients.left, from, from + size_t(kRate) / 4);
-    const int knobX = 465 + 33, knobY = 272 + 33;
-    XTestFakeMotionEvent(display, DefaultScreen(display), knobX, knobY, CurrentTime);
-    XTestFakeButtonEvent(display, 1, True, CurrentTime);
-    XSync(display, False);
-    for (int step = 1; step <= 10; ++step) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        XTestFakeMotionEvent(display, DefaultScreen(display), knobX, knobY - 10 * step, CurrentTime);
-        XSync(display, False);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    XTestFakeButtonEvent(display, 1, False, CurrentTime);
-    XSync(display, False);
-    ASSERT_TRUE(clients.recordFor(size_t(kRate)));
-    from = clients.recorded() - size_t(kRate) / 4;
-    EXPECT_GT(rms(clients.left, from, from + size_t(kRate) / 4), before * 1.5);
-    // The window shows the knob where the mouse left it.
-    values[2] = 1.0f;
-    xtest::savePng(shows(values), xtest::screenshotPath("orm-jack.png"));
-
-    // Closed by the window manager's close: a clean end, the value remembered.
-    XEvent close = {};
-    close.xclient.type = ClientMessage;
-    close.xclient.window = window;
-    close.xclient.message_type = XInternAtom(display, "WM_PROTOCOLS", False);
-    close.xclient.format = 32;
-    close.xclient.data.l[0] = long(XInternAtom(display, "WM_DELETE_WINDOW", False));
-    close.xclient.data.l[1] = CurrentTime;
-    XSendEvent(display, window, False, NoEventMask, &close);
-    XSync(display, False);
-    stop(orm, clients, 0);
-    EXPECT_NE(settings().find("\nOutput=1\n"), std::string::npos) << settings();
-    x.stop();
-}
-
-// orm-jack's client in this process, so that the allocation counter sees the audio thread: in
-// steady state nothing on any thread of the process allocates while it plays.
-TEST_F(OrmJack, PlayingAllocatesNothing) {
-    Clients clients;
-    ASSERT_TRUE(clients.ok());
-    clients.setMode(Clients::kSine);
-    orm_render::VstHost host(ORM_PLUGIN_PATH);
-    {
-        orm_jack::JackAmp amp(host, "orm-in-process");
-        amp.activate();
-        std::string error;
-        ASSERT_TRUE(amp.connect("in_1", "orm-test-player:play", error)) << error;
-        ASSERT_TRUE(amp.connect("out_1", "orm-test-recorder:rec_1", error)) << error;
-        ASSERT_TRUE(amp.connect("out_2", "orm-test-recorder:rec_2", error)) << error;
-        ASSERT_TRUE(clients.recordFor(size_t(kRate) / 2));
-        const size_t from = clients.recorded();
-        long allocations = 0;
-        {
-            allocation::Counter counter;
-            for (int i = 0; i < 1000 && clients.recorded() < from + size_t(kRate); ++i)
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            allocations = counter.allocations();
-        }
-        ASSERT_GE(clients.recorded(), from + size_t(kRate));
-        EXPECT_EQ(allocations, 0);
-        EXPECT_GT(rms(clients.left, from, from + size_t(kRate)), 0.01);
-        amp.close();
-    }
-    host.stop();
 }
 
 }  // namespace
