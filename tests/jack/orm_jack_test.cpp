@@ -1,8 +1,8 @@
 // orm-jack as a user runs it, on a private JACK server with the dummy back-end: the amplifier
 // played by a test client of ours and recorded by another, compared with orm-render's render of
-// the same input; the server's buffer size changed while it plays; Ctrl-C ending it cleanly;
-// settings remembered between runs, a damaged file replaced by the defaults.  It skips, saying
-// why, where jackd cannot start.  (The panel's window is the editor's X11 back-end, which the
+// the same input; Ctrl-C ending it cleanly; settings remembered between runs and written whole,
+// a damaged file kept aside and replaced by the defaults.  It skips, saying why, where jackd
+// cannot start.  (The panel's window is the editor's X11 back-end, which the
 // editor_host suite shows; the module's audio path allocating nothing: the realtime suite.)
 
 #include <gtest/gtest.h>
@@ -122,7 +122,7 @@ struct Server {
 // in them: the player's and the recorder's periods of one cycle have the same frame time.
 class Clients {
 public:
-    enum Mode { kSilence, kRiff, kSine };
+    enum Mode { kSilence, kRiff };
 
     explicit Clients(std::vector<float> riffSamples = {})
         : left(size_t(kRate) * 40), right(left.size()), riff(std::move(riffSamples)) {
@@ -165,7 +165,6 @@ public:
         const size_t until = recorded() + frames;
         return waitFor([&] { return recorded() >= until; }, 60);
     }
-    jack_client_t* client() const { return player; }
 
     std::vector<float> left, right;
     std::atomic<long> riffIndex{-1};  // where the riff's first sample lies in the recording
@@ -180,9 +179,6 @@ private:
             for (jack_nframes_t i = 0; i < frames && self->position < self->riff.size(); ++i)
                 out[i] = self->riff[self->position++];
             if (self->position >= self->riff.size()) self->riffFinished.store(true);
-        } else if (self->mode.load() == kSine) {
-            for (jack_nframes_t i = 0; i < frames; ++i)
-                out[i] = float(0.25 * std::sin(2 * M_PI * 220.0 * double(self->sinePosition++ % kRate) / kRate));
         }
         return 0;
     }
@@ -207,7 +203,6 @@ private:
     jack_port_t* rec[2] = {nullptr, nullptr};
     std::atomic<int> mode{kSilence};
     size_t position = 0;
-    uint64_t sinePosition = 0;
     std::atomic<long> riffStarted{-1};
     std::atomic<bool> riffFinished{false};
     std::atomic<size_t> length{0};
@@ -256,13 +251,7 @@ protected:
     fs::path directory;
 };
 
-double rms(const std::vector<float>& x, size_t from, size_t to) {
-    double sum = 0;
-    for (size_t i = from; i < to; ++i) sum += double(x[i]) * x[i];
-    return std::sqrt(sum / double(std::max<size_t>(to - from, 1)));
-}
-
-TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
+TEST_F(OrmJack, PlaysWhatOrmRenderRendersAndRemembersItsSettings) {
     const size_t riffFrames = size_t(kRate) * 3;
     const std::vector<float> riff = orm_render::makeSignal("riff", kRate, riffFrames);
     Clients clients(riff);
@@ -278,16 +267,6 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
     ASSERT_TRUE(waitFor([&] { return clients.riffDone(); }, 60));
     ASSERT_TRUE(clients.recordFor(kPeriod * 8));
 
-    // Then a steady tone while the server's buffer size goes 256 -> 128 -> 512 -> 256.
-    clients.setMode(Clients::kSine);
-    ASSERT_TRUE(clients.recordFor(size_t(kRate)));
-    const size_t toneFrom = clients.recorded();
-    for (jack_nframes_t size : {128u, 512u, 256u}) {
-        ASSERT_EQ(jack_set_buffer_size(clients.client(), size), 0);
-        ASSERT_TRUE(waitFor([&] { return jack_get_buffer_size(clients.client()) == size; }, 20));
-        ASSERT_TRUE(clients.recordFor(size_t(kRate) / 2));
-    }
-    const size_t toneTo = clients.recorded();
     stop(orm, clients);
     EXPECT_NE(out().find(" xruns"), std::string::npos) << out();
 
@@ -331,17 +310,6 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
     EXPECT_GT(peak, 0.05f);
     EXPECT_LE(worst, 1e-6f * peak);
 
-    // The tone carries on through every change: no quiet stretch as long as a period.
-    const float level = float(rms(clients.left, toneFrom, toneFrom + size_t(kRate) / 2));
-    ASSERT_GT(level, 0.01f);
-    size_t gap = 0;
-    for (const auto* channel : {&clients.left, &clients.right})
-        for (size_t i = toneFrom, run = 0; i < toneTo; ++i) {
-            run = std::fabs((*channel)[i]) < level * 0.01f ? run + 1 : 0;
-            gap = std::max(gap, run);
-        }
-    EXPECT_LT(gap, size_t(128));
-
     // The next run, with no options, connects where the first was connected and keeps Input.
     EXPECT_NE(settings().find("\nInput=0.6"), std::string::npos) << settings();
     orm = start({"--no-gui"}, clients);
@@ -350,9 +318,13 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
     const std::string second = settings();
     for (const char* line : {"\nInput=0.6", "\nin_1=orm-test-player:play\n", "\nout_2=orm-test-recorder:rec_2\n"})
         EXPECT_NE(second.find(line), std::string::npos) << line << " in\n" << second;
+    // Written whole or not at all: a file of its own renamed over the old one, nothing left beside.
+    const fs::path folder = directory / "config" / "orm";
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1);
 
-    // A damaged file: one line of warning, the defaults, a clean run.
-    std::ofstream(directory / "config" / "orm" / "orm-jack.conf") << "Output=0.25\nOutput=eleven\n";
+    // A damaged file: one line of warning, the defaults, a clean run; the file kept aside.
+    const std::string damaged = "Output=0.25\nOutput=eleven\n";
+    std::ofstream(folder / "orm-jack.conf") << damaged;
     orm = start({"--no-gui", "--in", "none", "--out", "none"}, clients,
                 [&] { return out().find("playing") != std::string::npos; });
     ASSERT_EQ(finish(orm, SIGINT, 20), 0) << err();
@@ -360,6 +332,7 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
     EXPECT_NE(warning.find("damaged"), std::string::npos) << warning;
     EXPECT_EQ(std::count(warning.begin(), warning.end(), '\n'), 1) << warning;
     EXPECT_NE(settings().find("\nOutput=0.5\n"), std::string::npos) << settings();
+    EXPECT_EQ(readText(folder / "orm-jack.conf.damaged"), damaged);
 }
 
 }  // namespace
