@@ -7,7 +7,7 @@
 #    and compares each render with the Linux module's render of the same input and settings
 #    (orm-render, build/release);
 #  - opens the editor in a window of its own, compares it with the Linux screenshot
-#    (docs/editor.png), drags a knob and clicks a switch, and checks what the host heard.
+#    (docs/editor.png), drags a knob, and checks what the host heard.
 # Without mingw-w64 or Wine it says SKIPPED and why; it never passes without running.
 set -euo pipefail
 cd "$(dirname "$0")/.."
