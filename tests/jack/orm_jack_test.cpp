@@ -121,8 +121,6 @@ struct Server {
 // in them: the player's and the recorder's periods of one cycle have the same frame time.
 class Clients {
 public:
-    enum Mode { kSilence, kRiff };
-
     explicit Clients(std::vector<float> riffSamples = {})
         : left(size_t(kRate) * 40), right(left.size()), riff(std::move(riffSamples)) {
         player = jack_client_open("orm-test-player", JackNoStartServer, nullptr);
@@ -156,7 +154,7 @@ public:
                !jack_port_connected(play);
     }
 
-    void setMode(Mode m) { mode.store(m); }
+    void playRiff() { riffOn.store(true); }
     bool riffDone() const { return riffFinished.load(); }
     size_t recorded() const { return length.load(); }
     // Waits until `frames` more have been recorded (the server's time, not the wall clock's).
@@ -173,7 +171,7 @@ private:
         Clients* self = static_cast<Clients*>(arg);
         float* out = static_cast<float*>(jack_port_get_buffer(self->play, frames));
         std::fill(out, out + frames, 0.0f);
-        if (self->mode.load() == kRiff) {
+        if (self->riffOn.load()) {
             if (self->riffStarted.load() < 0) self->riffStarted.store(long(jack_last_frame_time(self->player)));
             for (jack_nframes_t i = 0; i < frames && self->position < self->riff.size(); ++i)
                 out[i] = self->riff[self->position++];
@@ -200,7 +198,7 @@ private:
     jack_client_t* recorder = nullptr;
     jack_port_t* play = nullptr;
     jack_port_t* rec[2] = {nullptr, nullptr};
-    std::atomic<int> mode{kSilence};
+    std::atomic<bool> riffOn{false};
     size_t position = 0;
     std::atomic<long> riffStarted{-1};
     std::atomic<bool> riffFinished{false};
@@ -254,7 +252,7 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersAndRemembersItsSettings) {
     // The amplifier settles from its start on silence (as orm-render's reference does on its
     // own lead-in of silence), then the riff starts at a period's start.
     ASSERT_TRUE(clients.recordFor(size_t(kRate) * 4));
-    clients.setMode(Clients::kRiff);
+    clients.playRiff();
     ASSERT_TRUE(waitFor([&] { return clients.riffDone(); }, 60));
     ASSERT_TRUE(clients.recordFor(kPeriod * 8));
 

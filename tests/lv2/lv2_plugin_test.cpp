@@ -144,7 +144,6 @@ TEST(Lv2Plugin, RunAllocatesNothingAlsoWhenKnobsAndTogglesMove) {
     orm_test::AllocationScope scope;
     for (int block = 0; block < 32; ++block) {
         plugin.controls[0] = float(block % 11);         // Volume
-        plugin.controls[6] = float((block * 3) % 11);   // Input
         plugin.controls[4] = float(block / 8 % 2);      // Cabinet
         plugin.controls[5] = float(block / 16 % 2);     // CPU
         plugin.run(in, out, size_t(block % 4) * 512, 512);
