@@ -1,8 +1,9 @@
 // orm-jack as a user runs it, on a private JACK server with the dummy back-end: the amplifier
 // played by a test client of ours and recorded by another, compared with orm-render's render of
-// the same input; the server's buffer size changed while it plays; Ctrl-C and the window's close
-// ending it cleanly; settings remembered between runs.  Everything skips, saying why, where
-// jackd cannot start (or, for the window, Xvfb).
+// the same input; Ctrl-C ending it cleanly; settings remembered between runs and written whole,
+// a damaged file kept aside and replaced by the defaults.  It skips, saying why, where jackd
+// cannot start.  (The panel's window is the editor's X11 back-end, which the
+// editor_host suite shows; the module's audio path allocating nothing: the realtime suite.)
 
 #include <gtest/gtest.h>
 
@@ -27,12 +28,7 @@
 #include <thread>
 #include <vector>
 
-#include "editor/PanelComposition.h"
-#include "support/AllocationCounter.h"
-#include "support/XServer.h"
-#include "tools/orm-jack/JackAmp.h"
 #include "tools/orm-render/Signals.h"
-#include "tools/orm-render/VstHost.h"
 
 extern char** environ;
 
@@ -64,11 +60,10 @@ pid_t spawn(std::vector<std::string> arguments, const fs::path& out, const fs::p
     return pid;
 }
 
-// Sends the signal (0: none) and waits up to `seconds` for the exit; its status, or -1 after a
-// forced end.
+// Sends the signal and waits up to `seconds` for the exit; its status, or -1 after a forced end.
 int finish(pid_t pid, int signal, double seconds) {
     if (pid <= 0) return -1;
-    if (signal) kill(pid, signal);
+    kill(pid, signal);
     int status = 0;
     for (int i = 0; i < int(seconds * 100); ++i) {
         if (waitpid(pid, &status, WNOHANG) == pid) return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -126,8 +121,6 @@ struct Server {
 // in them: the player's and the recorder's periods of one cycle have the same frame time.
 class Clients {
 public:
-    enum Mode { kSilence, kRiff, kSine };
-
     explicit Clients(std::vector<float> riffSamples = {})
         : left(size_t(kRate) * 40), right(left.size()), riff(std::move(riffSamples)) {
         player = jack_client_open("orm-test-player", JackNoStartServer, nullptr);
@@ -161,7 +154,7 @@ public:
                !jack_port_connected(play);
     }
 
-    void setMode(Mode m) { mode.store(m); }
+    void playRiff() { riffOn.store(true); }
     bool riffDone() const { return riffFinished.load(); }
     size_t recorded() const { return length.load(); }
     // Waits until `frames` more have been recorded (the server's time, not the wall clock's).
@@ -169,7 +162,6 @@ public:
         const size_t until = recorded() + frames;
         return waitFor([&] { return recorded() >= until; }, 60);
     }
-    jack_client_t* client() const { return player; }
 
     std::vector<float> left, right;
     std::atomic<long> riffIndex{-1};  // where the riff's first sample lies in the recording
@@ -179,14 +171,11 @@ private:
         Clients* self = static_cast<Clients*>(arg);
         float* out = static_cast<float*>(jack_port_get_buffer(self->play, frames));
         std::fill(out, out + frames, 0.0f);
-        if (self->mode.load() == kRiff) {
+        if (self->riffOn.load()) {
             if (self->riffStarted.load() < 0) self->riffStarted.store(long(jack_last_frame_time(self->player)));
             for (jack_nframes_t i = 0; i < frames && self->position < self->riff.size(); ++i)
                 out[i] = self->riff[self->position++];
             if (self->position >= self->riff.size()) self->riffFinished.store(true);
-        } else if (self->mode.load() == kSine) {
-            for (jack_nframes_t i = 0; i < frames; ++i)
-                out[i] = float(0.25 * std::sin(2 * M_PI * 220.0 * double(self->sinePosition++ % kRate) / kRate));
         }
         return 0;
     }
@@ -209,36 +198,26 @@ private:
     jack_client_t* recorder = nullptr;
     jack_port_t* play = nullptr;
     jack_port_t* rec[2] = {nullptr, nullptr};
-    std::atomic<int> mode{kSilence};
+    std::atomic<bool> riffOn{false};
     size_t position = 0;
-    uint64_t sinePosition = 0;
     std::atomic<long> riffStarted{-1};
     std::atomic<bool> riffFinished{false};
     std::atomic<size_t> length{0};
 };
 
-Server server;
-std::string serverProblem;
-
 class OrmJack : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        if (!server.start(fs::temp_directory_path() / ("orm-jack-server-" + std::to_string(getpid()) + ".log")))
-            serverProblem = server.why;
-    }
-    static void TearDownTestSuite() { server.stop(); }
-
     void SetUp() override {
-        if (!serverProblem.empty()) GTEST_SKIP() << "JACK cannot start here, skipped: " << serverProblem;
-        directory = fs::temp_directory_path() / ("orm-jack-test-" + std::to_string(getpid()) + "-" +
-                                                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        directory = fs::temp_directory_path() / ("orm-jack-test-" + std::to_string(getpid()));
         fs::remove_all(directory);
         fs::create_directories(directory);
+        if (!server.start(directory / "jackd.log")) GTEST_SKIP() << "JACK cannot start here, skipped: " << server.why;
         // The settings go to a folder of the test's, never the user's.
         setenv("XDG_CONFIG_HOME", (directory / "config").c_str(), 1);
     }
     void TearDown() override {
-        if (!directory.empty()) fs::remove_all(directory);
+        server.stop();
+        fs::remove_all(directory);
     }
 
     // orm-jack with the arguments, once it plays: connected to `clients`, or as `ready` says.
@@ -248,25 +227,20 @@ protected:
         EXPECT_TRUE(waitFor(ready ? ready : [&] { return clients.connected(); }, 20)) << err();
         return pid;
     }
-    // Ctrl-C, or with `signal` 0 an end of its own: a clean exit, its ports gone.
-    void stop(pid_t orm, Clients& clients, int signal = SIGINT) {
-        EXPECT_EQ(finish(orm, signal, 20), 0) << err();
+    // Ctrl-C: a clean exit, its ports gone.
+    void stop(pid_t orm, Clients& clients) {
+        EXPECT_EQ(finish(orm, SIGINT, 20), 0) << err();
         EXPECT_TRUE(waitFor([&] { return clients.ormGone(); }, 10));
     }
     std::string out() const { return readText(directory / "stdout.txt"); }
     std::string err() const { return readText(directory / "stderr.txt"); }
     std::string settings() const { return readText(directory / "config" / "orm" / "orm-jack.conf"); }
 
+    Server server;
     fs::path directory;
 };
 
-double rms(const std::vector<float>& x, size_t from, size_t to) {
-    double sum = 0;
-    for (size_t i = from; i < to; ++i) sum += double(x[i]) * x[i];
-    return std::sqrt(sum / double(std::max<size_t>(to - from, 1)));
-}
-
-TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
+TEST_F(OrmJack, PlaysWhatOrmRenderRendersAndRemembersItsSettings) {
     const size_t riffFrames = size_t(kRate) * 3;
     const std::vector<float> riff = orm_render::makeSignal("riff", kRate, riffFrames);
     Clients clients(riff);
@@ -278,22 +252,11 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
     // The amplifier settles from its start on silence (as orm-render's reference does on its
     // own lead-in of silence), then the riff starts at a period's start.
     ASSERT_TRUE(clients.recordFor(size_t(kRate) * 4));
-    clients.setMode(Clients::kRiff);
+    clients.playRiff();
     ASSERT_TRUE(waitFor([&] { return clients.riffDone(); }, 60));
     ASSERT_TRUE(clients.recordFor(kPeriod * 8));
 
-    // Then a steady tone while the server's buffer size goes 256 -> 128 -> 512 -> 256.
-    clients.setMode(Clients::kSine);
-    ASSERT_TRUE(clients.recordFor(size_t(kRate)));
-    const size_t toneFrom = clients.recorded();
-    for (jack_nframes_t size : {128u, 512u, 256u}) {
-        ASSERT_EQ(jack_set_buffer_size(clients.client(), size), 0);
-        ASSERT_TRUE(waitFor([&] { return jack_get_buffer_size(clients.client()) == size; }, 20));
-        ASSERT_TRUE(clients.recordFor(size_t(kRate) / 2));
-    }
-    const size_t toneTo = clients.recorded();
     stop(orm, clients);
-    EXPECT_NE(out().find(" xruns"), std::string::npos) << out();
 
     // The reference: orm-render, same module, settings and block size, over the riff after a
     // lead-in of silence a whole number of blocks long.
@@ -335,17 +298,6 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
     EXPECT_GT(peak, 0.05f);
     EXPECT_LE(worst, 1e-6f * peak);
 
-    // The tone carries on through every change: no quiet stretch as long as a period.
-    const float level = float(rms(clients.left, toneFrom, toneFrom + size_t(kRate) / 2));
-    ASSERT_GT(level, 0.01f);
-    size_t gap = 0;
-    for (const auto* channel : {&clients.left, &clients.right})
-        for (size_t i = toneFrom, run = 0; i < toneTo; ++i) {
-            run = std::fabs((*channel)[i]) < level * 0.01f ? run + 1 : 0;
-            gap = std::max(gap, run);
-        }
-    EXPECT_LT(gap, size_t(128));
-
     // The next run, with no options, connects where the first was connected and keeps Input.
     EXPECT_NE(settings().find("\nInput=0.6"), std::string::npos) << settings();
     orm = start({"--no-gui"}, clients);
@@ -354,9 +306,13 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
     const std::string second = settings();
     for (const char* line : {"\nInput=0.6", "\nin_1=orm-test-player:play\n", "\nout_2=orm-test-recorder:rec_2\n"})
         EXPECT_NE(second.find(line), std::string::npos) << line << " in\n" << second;
+    // Written whole or not at all: a file of its own renamed over the old one, nothing left beside.
+    const fs::path folder = directory / "config" / "orm";
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1);
 
-    // A damaged file: one line of warning, the defaults, a clean run.
-    std::ofstream(directory / "config" / "orm" / "orm-jack.conf") << "Output=0.25\nOutput=eleven\n";
+    // A damaged file: one line of warning, the defaults, a clean run; the file kept aside.
+    const std::string damaged = "Output=0.25\nOutput=eleven\n";
+    std::ofstream(folder / "orm-jack.conf") << damaged;
     orm = start({"--no-gui", "--in", "none", "--out", "none"}, clients,
                 [&] { return out().find("playing") != std::string::npos; });
     ASSERT_EQ(finish(orm, SIGINT, 20), 0) << err();
@@ -364,119 +320,7 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersFollowsTheBufferSizeAndRemembers) {
     EXPECT_NE(warning.find("damaged"), std::string::npos) << warning;
     EXPECT_EQ(std::count(warning.begin(), warning.end(), '\n'), 1) << warning;
     EXPECT_NE(settings().find("\nOutput=0.5\n"), std::string::npos) << settings();
-}
-
-// The panel in a window of its own under a private Xvfb, as a user sees it: titled "orm",
-// showing the panel at the amplifier's values; a knob dragged with the mouse is heard in the
-// output; closing the window ends the program cleanly and the new value is remembered.
-TEST_F(OrmJack, WindowShowsThePanelAndItsKnobIsHeard) {
-    xtest::PrivateServer x;
-    x.start();
-    if (!x.display) GTEST_SKIP() << "no X server (Xvfb) could be started";
-    Display* display = x.display;
-    // A window that goes away while the tree is read is no error of ours.
-    XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
-    Clients clients;
-    ASSERT_TRUE(clients.ok());
-    clients.setMode(Clients::kSine);
-    pid_t orm = start({"--in", Clients::in(), "--out", Clients::out()}, clients);
-
-    Window window = 0;
-    waitFor(
-        [&] {
-            Window root, parent, *children = nullptr;
-            unsigned count = 0;
-            XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count);
-            for (unsigned i = 0; i < count && !window; ++i) {
-                char* name = nullptr;
-                if (XFetchName(display, children[i], &name) && name) {
-                    if (std::string(name) == "orm") window = children[i];
-                    XFree(name);
-                }
-            }
-            if (children) XFree(children);
-            return window != 0;
-        },
-        20);
-    ASSERT_NE(window, 0u) << "no window titled orm";
-    // The window shows the panel at these values, pixel for pixel, once it has drawn them.
-    auto shows = [&](const std::vector<float>& values) {
-        waitFor([&] { return xtest::compare(xtest::grab(display, window, 1000, 400), compose(values, 0)).count == 0; },
-                20);
-        const xtest::Screenshot shot = xtest::grab(display, window, 1000, 400);
-        EXPECT_EQ(xtest::compare(shot, compose(values, 0)).count, 0);
-        return shot;
-    };
-    std::vector<float> values = {0.5f, 1.0f, 0.5f, 0.5f, 1.0f, 0.0f, 0.5f, 0.0f};
-    shows(values);
-
-    // Output, from 0.5 dragged 100 pixels up to 1: louder.
-    ASSERT_TRUE(clients.recordFor(size_t(kRate) / 2));
-    size_t from = clients.recorded() - size_t(kRate) / 4;
-    const double before = rms(clients.left, from, from + size_t(kRate) / 4);
-    const int knobX = 465 + 33, knobY = 272 + 33;
-    XTestFakeMotionEvent(display, DefaultScreen(display), knobX, knobY, CurrentTime);
-    XTestFakeButtonEvent(display, 1, True, CurrentTime);
-    XSync(display, False);
-    for (int step = 1; step <= 10; ++step) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        XTestFakeMotionEvent(display, DefaultScreen(display), knobX, knobY - 10 * step, CurrentTime);
-        XSync(display, False);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    XTestFakeButtonEvent(display, 1, False, CurrentTime);
-    XSync(display, False);
-    ASSERT_TRUE(clients.recordFor(size_t(kRate)));
-    from = clients.recorded() - size_t(kRate) / 4;
-    EXPECT_GT(rms(clients.left, from, from + size_t(kRate) / 4), before * 1.5);
-    // The window shows the knob where the mouse left it.
-    values[2] = 1.0f;
-    xtest::savePng(shows(values), xtest::screenshotPath("orm-jack.png"));
-
-    // Closed by the window manager's close: a clean end, the value remembered.
-    XEvent close = {};
-    close.xclient.type = ClientMessage;
-    close.xclient.window = window;
-    close.xclient.message_type = XInternAtom(display, "WM_PROTOCOLS", False);
-    close.xclient.format = 32;
-    close.xclient.data.l[0] = long(XInternAtom(display, "WM_DELETE_WINDOW", False));
-    close.xclient.data.l[1] = CurrentTime;
-    XSendEvent(display, window, False, NoEventMask, &close);
-    XSync(display, False);
-    stop(orm, clients, 0);
-    EXPECT_NE(settings().find("\nOutput=1\n"), std::string::npos) << settings();
-    x.stop();
-}
-
-// orm-jack's client in this process, so that the allocation counter sees the audio thread: in
-// steady state nothing on any thread of the process allocates while it plays.
-TEST_F(OrmJack, PlayingAllocatesNothing) {
-    Clients clients;
-    ASSERT_TRUE(clients.ok());
-    clients.setMode(Clients::kSine);
-    orm_render::VstHost host(ORM_PLUGIN_PATH);
-    {
-        orm_jack::JackAmp amp(host, "orm-in-process");
-        amp.activate();
-        std::string error;
-        ASSERT_TRUE(amp.connect("in_1", "orm-test-player:play", error)) << error;
-        ASSERT_TRUE(amp.connect("out_1", "orm-test-recorder:rec_1", error)) << error;
-        ASSERT_TRUE(amp.connect("out_2", "orm-test-recorder:rec_2", error)) << error;
-        ASSERT_TRUE(clients.recordFor(size_t(kRate) / 2));
-        const size_t from = clients.recorded();
-        long allocations = 0;
-        {
-            allocation::Counter counter;
-            for (int i = 0; i < 1000 && clients.recorded() < from + size_t(kRate); ++i)
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            allocations = counter.allocations();
-        }
-        ASSERT_GE(clients.recorded(), from + size_t(kRate));
-        EXPECT_EQ(allocations, 0);
-        EXPECT_GT(rms(clients.left, from, from + size_t(kRate)), 0.01);
-        amp.close();
-    }
-    host.stop();
+    EXPECT_EQ(readText(folder / "orm-jack.conf.damaged"), damaged);
 }
 
 }  // namespace

@@ -102,41 +102,22 @@ protected:
                          }};
 };
 
-TEST_F(Lv2UI, EmbedsThePanelAndAsksForItsSize) {
+TEST_F(Lv2UI, EmbedsThePanelWritesGesturesInPanelUnitsAndShowsHostValuesWithoutEcho) {
     EXPECT_EQ(open("http://example.org/another-plugin"), nullptr);
     EXPECT_EQ(open(orm_lv2::kPluginUri, false), nullptr);  // nowhere to embed
     handle = open(orm_lv2::kMonoPluginUri);
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(width, 1000);
     EXPECT_EQ(height, 400);
-    // The UI makes its window on an X connection of its own, whose requests may not have reached
-    // the server yet: ask until they have, with errors meanwhile no failure of the program.
-    XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
-    Window root, up = 0, *children = nullptr;
-    unsigned int count = 0;
-    bool found = false;
-    for (int attempt = 0; attempt < 300 && !found; ++attempt) {
-        found = XQueryTree(display, Window(reinterpret_cast<uintptr_t>(widget)), &root, &up, &children, &count);
-        if (!found) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_TRUE(found) << "the UI's window never reached the server";
-    if (children) XFree(children);
-    EXPECT_EQ(up, parent);
-    idle();
-    EXPECT_TRUE(events.empty());  // opening writes nothing
-}
-
-TEST_F(Lv2UI, AGestureIsTouchedAndWrittenInPanelUnitsAndHostValuesAreShownNotEchoed) {
-    handle = open(orm_lv2::kPluginUri);
-    ASSERT_NE(handle, nullptr);
-    idle();
-    // The host says where the controls stand; the widgets follow without a word back.
+    // The host says where the controls stand; the widgets follow without a word back (nor did
+    // opening say one).
     const float volume = 2.0f, factor = 8.0f;
     type->port_event(handle, 0, sizeof(float), 0, &volume);
     type->port_event(handle, 3, sizeof(float), 0, &factor);
     const xtest::Screenshot shown = xtest::grab(display, parent, 1000, 400);
     idle();
     EXPECT_TRUE(events.empty());
+    // Drawn in the host's window: the panel there changed.
     EXPECT_GT(xtest::compare(shown, xtest::grab(display, parent, 1000, 400)).count, 0);
 
     // Volume: from 2, 100 pixels up are half the range more, 7, written on the way there.
@@ -153,23 +134,15 @@ TEST_F(Lv2UI, AGestureIsTouchedAndWrittenInPanelUnitsAndHostValuesAreShownNotEch
     }
     EXPECT_NEAR(last, 7.0f, 0.05f);
 
-    // The oversampling switch's left position is 2x; the cabinet's upper one is off.
-    struct Click {
-        int x, y;
-        uint32_t port;
-        float value;
-    };
-    for (const Click& click : {Click{723 + 5, 274 + 10, 3, 2.0f}, Click{721 + 10, 304 + 10, 4, 0.0f}}) {
-        SCOPED_TRACE(click.port);
-        int writes = 0;
-        for (const Event& event : drag(click.x, click.y, 0)) {
-            EXPECT_EQ(event.port, click.port);
-            if (event.kind != Event::Write) continue;
-            EXPECT_EQ(event.value, click.value);
-            ++writes;
-        }
-        EXPECT_GT(writes, 0);
+    // A click on the oversampling switch's left position: 2x, in the port's units.
+    int writes = 0;
+    for (const Event& event : drag(723 + 5, 274 + 10, 0)) {
+        EXPECT_EQ(event.port, 3u);
+        if (event.kind != Event::Write) continue;
+        EXPECT_EQ(event.value, 2.0f);
+        ++writes;
     }
+    EXPECT_GT(writes, 0);
 }
 
 }  // namespace
