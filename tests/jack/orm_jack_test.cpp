@@ -1,9 +1,9 @@
 // orm-jack as a user runs it, on a private JACK server with the dummy back-end: the amplifier
 // played by a test client of ours and recorded by another, compared with orm-render's render of
 // the same input; Ctrl-C ending it cleanly; settings remembered between runs and written whole,
-// a damaged file kept aside and replaced by the defaults.  It skips, saying why, where jackd
-// cannot start.  (The panel's window is the editor's X11 back-end, which the
-// editor_host suite shows; the module's audio path allocating nothing: the realtime suite.)
+// a damaged file kept aside and replaced by the defaults; its window showing the panel, a knob
+// dragged with the mouse reaching the amplifier, the window manager's close ending it cleanly.
+// It skips, saying why, where jackd or Xvfb cannot start.
 
 #include <gtest/gtest.h>
 
@@ -28,6 +28,8 @@
 #include <thread>
 #include <vector>
 
+#include "editor/PanelComposition.h"
+#include "support/XServer.h"
 #include "tools/orm-render/Signals.h"
 
 extern char** environ;
@@ -321,6 +323,67 @@ TEST_F(OrmJack, PlaysWhatOrmRenderRendersAndRemembersItsSettings) {
     EXPECT_EQ(std::count(warning.begin(), warning.end(), '\n'), 1) << warning;
     EXPECT_NE(settings().find("\nOutput=0.5\n"), std::string::npos) << settings();
     EXPECT_EQ(readText(folder / "orm-jack.conf.damaged"), damaged);
+}
+
+// The panel's window at the amplifier's values; a knob dragged with the mouse reaches the
+// amplifier (the remembered settings say so); the window manager's close is a clean end.
+TEST_F(OrmJack, WindowShowsThePanelAndItsKnobReachesTheAmplifier) {
+    xtest::PrivateServer x;
+    x.start();
+    if (!x.display) GTEST_SKIP() << "no X server (Xvfb) could be started";
+    Display* display = x.display;
+    XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });  // a window gone meanwhile is no error of ours
+    Clients clients;
+    ASSERT_TRUE(clients.ok());
+    const pid_t orm = start({"--in", Clients::in(), "--out", Clients::out()}, clients);
+    Window window = 0;
+    waitFor([&] {
+        Window root, parent, *children = nullptr;
+        unsigned count = 0;
+        XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count);
+        for (unsigned i = 0; i < count && !window; ++i) {
+            char* name = nullptr;
+            if (XFetchName(display, children[i], &name) && name) {
+                if (std::string(name) == "orm") window = children[i];
+                XFree(name);
+            }
+        }
+        if (children) XFree(children);
+        return window != 0;
+    }, 20);
+    ASSERT_NE(window, 0u) << "no window titled orm";
+    const auto shows = [&](const std::vector<float>& values) {
+        const auto same = [&] { return xtest::compare(xtest::grab(display, window, 1000, 400), compose(values, 0)); };
+        return waitFor([&] { return same().count == 0; }, 20);
+    };
+    std::vector<float> values = initialValues();
+    EXPECT_TRUE(shows(values));
+
+    // Output, from 0.5 dragged 100 pixels up: 1.
+    const int knobX = 465 + 33, knobY = 272 + 33;
+    XTestFakeMotionEvent(display, DefaultScreen(display), knobX, knobY, CurrentTime);
+    XTestFakeButtonEvent(display, 1, True, CurrentTime);
+    for (int step = 1; step <= 10; ++step) {
+        XSync(display, False);
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        XTestFakeMotionEvent(display, DefaultScreen(display), knobX, knobY - 10 * step, CurrentTime);
+    }
+    XTestFakeButtonEvent(display, 1, False, CurrentTime);
+    XSync(display, False);
+    values[2] = 1.0f;
+    EXPECT_TRUE(shows(values));
+
+    XEvent close = {};
+    close.xclient.type = ClientMessage;
+    close.xclient.window = window;
+    close.xclient.message_type = XInternAtom(display, "WM_PROTOCOLS", False);
+    close.xclient.format = 32;
+    close.xclient.data.l[0] = long(XInternAtom(display, "WM_DELETE_WINDOW", False));
+    XSendEvent(display, window, False, NoEventMask, &close);
+    XSync(display, False);
+    EXPECT_EQ(finish(orm, 0, 20), 0) << err();
+    EXPECT_NE(settings().find("\nOutput=1\n"), std::string::npos) << settings();
+    x.stop();
 }
 
 }  // namespace
