@@ -33,7 +33,7 @@ Properties resamplerProperties(const std::string& corner, const std::string& fac
 template <typename R>
 std::unique_ptr<R> make(Properties p, int maxBlock = 256, float rate = 0, std::shared_ptr<DSPContext> context = nullptr) {
     auto r = std::make_unique<R>();
-    if (!context) context = ormtest::makeContext();
+    if (!context) context = std::make_shared<DSPContext>();
     r->init("r", p, context);
     r->setMaxBlockSize(maxBlock);
     if (rate > 0) r->setSamplingRate(rate);
@@ -114,7 +114,7 @@ TEST(IirResamplers, InterpolatorMatchesAStuffedCascadeInDouble) {
 }
 
 TEST(IirResamplers, FactorFramesAndMessages) {
-    auto context = ormtest::makeContext();
+    auto context = std::make_shared<DSPContext>();
     auto graph = std::make_shared<DSPGraph>();
     context->setGraph(graph.get());
     auto up = make<IirInterpolator>(resamplerProperties("15000", "2"), 256, 0, context);
