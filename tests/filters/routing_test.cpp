@@ -57,8 +57,6 @@ TEST(Mixer, SumsScaledInputsAndChecksItsFaders) {
     mixer->process(inputs, 3);
     EXPECT_EQ(8.0f, mixer->getOutput(0)[0]);
     EXPECT_VRN_MESSAGE(mixer->propertyChanged("2", 1.0f), InvalidArgumentException, "Mixer: Invalid fader index 2");
-    std::vector<scalar*> tooMany{a, b, a};
-    EXPECT_THROW(mixer->process(tooMany, 3), std::out_of_range);
 
     EXPECT_VRN_MESSAGE(make<Mixer>({{"Faders", "0.5"}}), InvalidArgumentException,
                        "Number of Faders must be at least 2. Number of Faders: 0.5 Mixer name=F");
@@ -82,13 +80,10 @@ TEST(Switch, SelectsOneInputByRoundedPosition) {
     EXPECT_EQ(2, sw->getPosition());  // a refused change leaves the switch as it was
     sw->process(samples({7, 8, 9}), 0, 0);
     EXPECT_EQ(9.0f, sw->getLastIterationResults()[0]);
+    EXPECT_EQ(2, sw->getMeta()->getInputIndex("in_2"));
+    EXPECT_VRN_MESSAGE(sw->getMeta()->getInputIndex("in_3"), InvalidArgumentException,
+                       "SwitchMeta: Invalid input port in_3, NumberOfInputs=3");
 
-    auto meta = sw->getMeta();
-    EXPECT_EQ(3, meta->getNumberOfInputs());
-    EXPECT_EQ(2, meta->getInputIndex("in_2"));
-    EXPECT_VRN_MESSAGE(meta->getInputIndex("in_3"), InvalidArgumentException, "SwitchMeta: Invalid input port in_3, NumberOfInputs=3");
-    EXPECT_VRN_MESSAGE(meta->getInputIndex("in0"), InvalidArgumentException,
-                       "Invalid input port name: in0. INput port name must start with \"in_\" followed by a number.");
 
     EXPECT_VRN_MESSAGE(make<Switch>({{"NumberOfInputs", "1"}}), InvalidArgumentException,
                        "Switch: NumberOfInputs must be greater than 1.");
@@ -104,6 +99,7 @@ TEST(DifferentialFilter, ShortAndLongBlocksAgreeWithTheFormula) {
         diff->process(inputs, n);
         for (size_t i = 0; i < n; ++i) EXPECT_FLOAT_EQ((p[i] - m[i]) * 3, diff->getOutput(0)[i]) << n << " " << i;
     }
+    // A constant in place of one input.
     auto minus = make<DifferentialFilter>({{"Gain", "2"}, {"ConstantValueNode", "minus"}, {"ConstantValue", "1"}}, 16);
     std::vector<scalar*> plusOnly{p, nullptr};
     minus->process(plusOnly, 6);
@@ -112,10 +108,8 @@ TEST(DifferentialFilter, ShortAndLongBlocksAgreeWithTheFormula) {
     std::vector<scalar*> minusOnly{nullptr, m};
     plus->process(minusOnly, 2);
     EXPECT_FLOAT_EQ(2 * (1 - m[1]), plus->getOutput(0)[1]);
-
     diff->process(samples({5, 1}), 0, 0);
     EXPECT_EQ(12.0f, diff->getLastIterationResults()[0]);
-    EXPECT_EQ(0, diff->getMeta()->getInputIndex("plus"));
     EXPECT_VRN_MESSAGE(diff->getMeta()->getInputIndex("in"), InvalidArgumentException,
                        "Invalid input port name: in. Expected \"plus\" or \"minus\".");
     EXPECT_VRN_MESSAGE(make<DifferentialFilter>({{"Gain", "1"}, {"ConstantValueNode", "minus"}}), VRNException,
