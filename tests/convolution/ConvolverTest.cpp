@@ -27,10 +27,7 @@ std::unique_ptr<Convolver> makeConvolver(int maxIRSize) {
 }
 
 std::shared_ptr<std::vector<scalar>> randomVector(std::mt19937& random, size_t n) {
-    auto v = std::make_shared<std::vector<scalar>>(n);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
-    for (auto& x : *v) x = uniform(random);
-    return v;
+    return std::make_shared<std::vector<scalar>>(ormtest::randomValues(random, n));
 }
 
 }  // namespace

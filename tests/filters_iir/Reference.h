@@ -8,6 +8,7 @@
 #include <complex>
 #include <functional>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -91,6 +92,14 @@ inline std::string elementGraph(const std::string& graph, const std::string& mul
            "<Element Type=\"" + type + "\" Name=\"" + name + "\"><Properties " + properties + "/>" +
            "<Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/></Inputs></Element>" +
            "<Output><Node Name=\"out\" Element=\"" + name + "\" Port=\"out\"/></Output></Graph>";
+}
+
+// Values uniform in -1..1 from the caller's generator.
+inline std::vector<vrn::scalar> randomValues(std::mt19937& random, size_t n) {
+    std::uniform_real_distribution<vrn::scalar> uniform(-1.0f, 1.0f);
+    std::vector<vrn::scalar> v(n);
+    for (auto& x : v) x = uniform(random);
+    return v;
 }
 
 // A deterministic test signal: a few sines and a step, in -1..1.
