@@ -175,11 +175,6 @@ TEST(Kernels, LuEdgeCases) {
         EXPECT_EQ(lu(3, m, pivots), 0);
         EXPECT_EQ(pivots[0], 1);
         EXPECT_EQ(m[0], 3.0f);
-
-        scalar four = 4.0f, b = 3.0f, x = 0.0f;
-        int p0 = 0;
-        EXPECT_EQ(lubksb(1, &four, 1, &p0, &x, &b), 0);
-        EXPECT_NEAR(x, 0.75f, 1e-7f);
     });
 }
 
@@ -189,7 +184,6 @@ TEST(Kernels, PackedMatrixProductsAndRefusals) {
     for (const auto& [rows, columns] : shapes) {
         std::vector<scalar> data = randomVector(random, static_cast<size_t>(rows * columns), 0);
         PackedMatrix matrix(data.data(), rows, columns);
-        EXPECT_TRUE(matrix.getRows() == rows && matrix.getColumns() == columns);
         // The second round checks that repacking with the same sizes takes the new values.
         for (int round = 0; round < 2; ++round) {
             std::vector<scalar> x = randomVector(random, columns, 0), y(rows + kGuardLength, kGuard);
