@@ -76,12 +76,11 @@ struct PageEdge {
 }  // namespace
 
 TEST(Kernels, TheEnvironmentPicksTheLevel) {
-    const int detected = kernels::detectLevel();
-    EXPECT_TRUE(detected >= 0 && detected <= 4) << detected;
-    // ORM_KERNELS picks a level at the first call; a name this processor cannot run, or none, detects.
+    // ORM_KERNELS picks a level at the first call; a name this processor cannot run detects.
     const char* given = std::getenv("ORM_KERNELS");
     const std::string saved = given ? given : "";
-    const std::pair<const char*, int> requests[] = {{"plain", kernels::kPlainLevel}, {"sse2", 0}, {"avx512", detected}};
+    const std::pair<const char*, int> requests[] = {
+        {"plain", kernels::kPlainLevel}, {"sse2", 0}, {"avx512", kernels::detectLevel()}};
     for (const auto& [name, expected] : requests) {
         setenv("ORM_KERNELS", name, 1);
         kernels::forceLevel(-1);
