@@ -36,13 +36,21 @@ Properties props(std::initializer_list<std::pair<const char*, std::string>> valu
     return p;
 }
 
-Properties memoryProperties(const std::string& names = "ir", const std::string& scale = "false",
-                            const std::string& gain = "1") {
-    return props({{"Location", "Memory"}, {"ImpulseResponses", names}, {"MaxIRSize", "8192"}, {"Scale", scale}, {"Gain", gain}});
+// A response held in memory, with the given changes.
+Properties memoryProperties(std::initializer_list<std::pair<const char*, std::string>> changes = {}) {
+    Properties p = props({{"Location", "Memory"}, {"ImpulseResponses", "ir"}, {"MaxIRSize", "8192"}, {"Scale", "false"}});
+    for (const auto& [name, value] : changes) p[name] = value;
+    return p;
 }
 
 void add(WaveConvolver& wave, const std::string& name, scalar rate, const std::vector<scalar>& samples) {
     wave.addImpulseResponse({name, rate, std::make_shared<std::vector<scalar>>(samples)});
+}
+
+// Sizes the element's blocks, then sets its rate, which loads the selected response.
+void start(WaveConvolver& wave, float rate, int maxBlock = 64) {
+    wave.setMaxBlockSize(maxBlock);
+    wave.setSamplingRate(rate);
 }
 
 // Runs one block through the element and returns its output.
@@ -85,11 +93,10 @@ std::vector<scalar> testResponse() {
 
 TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
     // (1, 0, 0, 0.5) keeps four samples, less 0.375 each, then the gain.
-    auto wave = makeWave(memoryProperties("ir|other", "true", "0.5"));
+    auto wave = makeWave(memoryProperties({{"ImpulseResponses", "ir|other"}, {"Scale", "true"}, {"Gain", "0.5"}}));
     add(*wave, "ir", 44100.0f, {1.0f, 0.0f, 0.0f, 0.5f, 1e-16f, -1e-15f});
     add(*wave, "other", 44100.0f, {0.0f, 2.0f});
-    wave->setMaxBlockSize(64);
-    wave->setSamplingRate(44100.0f);
+    start(*wave, 44100.0f);
     EXPECT_EQ(wave->getConvolver().getIRLength(), 4u);
     auto out = run(*wave, impulse(8));
     const float expected[4] = {0.3125f, -0.1875f, -0.1875f, 0.0625f};
@@ -114,13 +121,10 @@ TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
               "WaveConvolver: Invalid selection: 3 max selection value 2");
 
     // The stored response is never touched by a load; a longer one is cut to MaxIRSize.
-    Properties small = memoryProperties();
-    small["MaxIRSize"] = "3";
-    auto cut = makeWave(small);
+    auto cut = makeWave(memoryProperties({{"MaxIRSize", "3"}}));
     auto stored = std::make_shared<std::vector<scalar>>(std::vector<scalar>{1, 2, 3, 4, 5});
     cut->addImpulseResponse({"ir", 44100.0f, stored});
-    cut->setMaxBlockSize(16);
-    cut->setSamplingRate(44100.0f);
+    start(*cut, 44100.0f);
     EXPECT_EQ(cut->getConvolver().getIRLength(), 3u);
     EXPECT_EQ(stored->size(), 5u);
     EXPECT_EQ((*stored)[4], 5.0f);
@@ -128,18 +132,14 @@ TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
     // With MaxIRRate the limit is a length in time: 8192 samples at 44.1 kHz are 71330 at
     // 384 kHz and 1486 at 8 kHz; a response as long as the limit at every rate is never cut.
     for (float rate : {8000.0f, 384000.0f}) {
-        Properties timed = memoryProperties();
-        timed["MaxIRRate"] = "44100";
-        auto wave = makeWave(timed);
+        auto wave = makeWave(memoryProperties({{"MaxIRRate", "44100"}}));
         add(*wave, "ir", rate, std::vector<scalar>(static_cast<size_t>(std::lround(8192.0 * rate / 44100)), 0.5f));
-        wave->setMaxBlockSize(64);
-        wave->setSamplingRate(rate);
+        start(*wave, rate);
         EXPECT_EQ(wave->getConvolver().getMaxIRSize(), static_cast<uint64_t>(std::lround(8192.0 * rate / 44100))) << rate;
         EXPECT_EQ(wave->getConvolver().getIRLength(), wave->getConvolver().getMaxIRSize()) << rate;
     }
-    Properties zero = memoryProperties();
-    zero["MaxIRRate"] = "0";
-    EXPECT_EQ(ormtest::message([&] { makeWave(zero); }), "WaveConvolver: MaxIRRate must be greater than 0. WaveConvolver name=WV MaxIRRate=0");
+    EXPECT_EQ(ormtest::message([&] { makeWave(memoryProperties({{"MaxIRRate", "0"}})); }),
+              "WaveConvolver: MaxIRRate must be greater than 0. WaveConvolver name=WV MaxIRRate=0");
 }
 
 TEST(WaveConvolver, ResamplingKeepsLengthAlignmentMagnitudeAndLevel) {
