@@ -8,6 +8,7 @@
 #include <complex>
 #include <functional>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -69,19 +70,6 @@ double magnitudeDb(const std::vector<T>& a, const std::vector<T>& b, double f) {
     return 20.0 * std::log10(std::abs(response(a, b, f)));
 }
 
-// Group delay in samples by a central difference of the unwrapped phase.
-template <typename T>
-double groupDelay(const std::vector<T>& a, const std::vector<T>& b, double f) {
-    const double h = 1e-6;
-    const double p1 = std::arg(response(a, b, f - h));
-    const double p2 = std::arg(response(a, b, f + h));
-    double d = p2 - p1;
-    const double pi = 3.14159265358979323846;
-    while (d > pi) d -= 2 * pi;
-    while (d < -pi) d += 2 * pi;
-    return -d / (2 * pi * 2 * h);
-}
-
 // The message of the exception an action throws, "" when it throws none.
 inline std::string message(const std::function<void()>& action) {
     try {
@@ -106,10 +94,12 @@ inline std::string elementGraph(const std::string& graph, const std::string& mul
            "<Output><Node Name=\"out\" Element=\"" + name + "\" Port=\"out\"/></Output></Graph>";
 }
 
-inline std::shared_ptr<vrn::DSPContext> makeContext() { return std::make_shared<vrn::DSPContext>(); }
-
-inline std::shared_ptr<std::vector<vrn::scalar>> values(std::initializer_list<vrn::scalar> list) {
-    return std::make_shared<std::vector<vrn::scalar>>(list);
+// Values uniform in -1..1 from the caller's generator.
+inline std::vector<vrn::scalar> randomValues(std::mt19937& random, size_t n) {
+    std::uniform_real_distribution<vrn::scalar> uniform(-1.0f, 1.0f);
+    std::vector<vrn::scalar> v(n);
+    for (auto& x : v) x = uniform(random);
+    return v;
 }
 
 // A deterministic test signal: a few sines and a step, in -1..1.
