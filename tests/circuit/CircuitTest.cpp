@@ -1,12 +1,9 @@
-// Numbering, stamps, run-time changes and failure paths of the netlist, and an "MNA" graph
-// between two DSP graphs under the Driver.
+// Numbering, stamps, run-time changes and failure paths of the netlist.
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <tuple>
 
 #include "Netlists.h"
@@ -15,7 +12,6 @@
 #include "circuit/components/TubeModels.h"
 #include "circuit/components/Tubes.h"
 #include "circuit/solvers/Solvers.h"
-#include "engine/Driver.h"
 
 using namespace circuittest;
 
@@ -234,12 +230,16 @@ TEST(Circuit, TriodeClampsThePlateAndTablesFollowTheFormula) {
 }
 
 TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
+    // One row per check; the message must contain the expected text ("": the netlist loads).
     auto ac = [](const std::string& inside) { return R1 + "<Analysis Type='AC'>" + inside + "</Analysis>"; };
     auto faulty = [](const char* type, const std::string& properties, const std::vector<const char*>& nodes) {
         return element(type, "X1", properties, nodes) + dc();
     };
     auto solver = [](const char* type, const std::string& properties) {
         return R1 + dc("<Solver Type='" + std::string(type) + "'><Properties " + properties + "/></Solver>");
+    };
+    auto table = [](const std::string& properties) {
+        return element("LookupTableAmp", "X1", "VinMin='0' VinMax='1' " + properties, {"a", "b"}) + dc();
     };
     auto source = [](const char* number) { return inputSource(number) + R1 + fromZero(); };
     const std::string capacitors = R1 + element("Capacitor", "C1", "Capacitance='1e-6'", {"a", "mid"}) +
@@ -249,7 +249,7 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
                                    three = {"a", "b", "c"};
     struct Case {
         std::string graph;
-        const char* message;  // one ending in "..." is matched on what comes before
+        const char* message;
         int inputs = 1;
     } const cases[] = {
         // The parser.
@@ -258,16 +258,11 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
         {R"(<Element Type="Resistor" Name="R1"><Node/></Element>)", "Element: R1. Node without a name."},
         {R"(<Element Type="Resistor" Name="R1"><Properties Resistance="1"/></Element>)", "Element: R1. No Nodes specified."},
         {R"(<Element Type="Coil" Name="L1"><Node Name="a"/></Element>)", "Unknown element type: Coil"},
-        {R1 + "<Output><Node/></Output>" + dc(), "Output Node without a name."},
         {R1, "Analysis node is missing in the graph C"},
-        {R1 + "<Analysis/>", "Analysis Type attribute is missing in the graph C"},
         {R1 + R"(<Analysis Type="TRAN"/>)", "Invalid analysis Type attribute TRAN in the graph C"},
         {R1 + R"(<Analysis Type="AC"/>)", "InitialCondition node is missing in the graph C"},
-        {ac("<InitialCondition/>"), "InitialCondition Type attribute is missing in the graph C"},
         {ac(R"(<InitialCondition Type="Rest"/>)"), "Invalid InitialCondition Type attribute Rest in the graph C"},
         {ac(R"(<InitialCondition Type="OperatingPoint"/>)"), "InitialCondition Solver is not defined."},
-        {ac(R"(<InitialCondition Type="OperatingPoint"><Solver/></InitialCondition>)"),
-         "InitialCondition Solver type is not defined."},
         {R1 + R"(<Analysis Type="DC"/>)", "Analysis Solver is not defined."},
         {R1 + dc("<Solver/>"), "Analysis Solver type is not defined."},
         {R1 + dc(R"(<Solver Type="Gauss"/>)"), "Unknown solver type: Gauss"},
@@ -281,12 +276,9 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
         {R1 + outputs({"GND"}) + dc(), "Output node with name GND does not exist."},
         {ac(R"(<InitialCondition Type="User"/><Solver Type="Linear"/>)"), "Invalid initial condition for Circuit C"},
         // InputNumber counts from 0 below NumberOfInputs.
-        {source("InputNumber='2'"),
-         "VoltageInputSource: InputNumber out of range. VoltageInputSource name=Vin, InputNumber=2, NumberOfInputs=2", 2},
-        {source("InputNumber='-1'"),
-         "VoltageInputSource: InputNumber out of range. VoltageInputSource name=Vin, InputNumber=-1, NumberOfInputs=2", 2},
-        {source("InputNumber='0'"),
-         "VoltageInputSource: InputNumber out of range. VoltageInputSource name=Vin, InputNumber=0, NumberOfInputs=0", 0},
+        {source("InputNumber='2'"), "out of range. VoltageInputSource name=Vin, InputNumber=2, NumberOfInputs=2", 2},
+        {source("InputNumber='-1'"), "out of range. VoltageInputSource name=Vin, InputNumber=-1, NumberOfInputs=2", 2},
+        {source("InputNumber='0'"), "out of range. VoltageInputSource name=Vin, InputNumber=0, NumberOfInputs=0", 0},
         // A node between capacitors floats for the operating point, not for a start from zero.
         {capacitors + dc(), "singular matrix: node mid has no DC path to ground in Circuit C"},
         {capacitors + analysis(newton()), "singular matrix: node mid has no DC path to ground in Circuit C"},
@@ -300,54 +292,26 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
         // The components.
         {faulty("Resistor", "", two), "Resistance is not defined. Resistor name=X1"},
         {faulty("Resistor", "Resistance='-2'", two), "Resistance cannot be negative. Resistor name=X1, value=-2"},
-        {faulty("Capacitor", "", two), "Capacitance is not defined. Capacitor name=X1"},
-        {faulty("Potentiometer", "Resistance='0' Wiper='0.5'", three),
-         "Resistance cannot be negative or zero. Potentiometer name=X1, value=0"},
-        {faulty("Potentiometer", "Resistance='1'", three), "Wiper is not defined. Potentiometer name=X1"},
-        {faulty("Battery", "Voltage='1'", {"a"}), "Battery must have two nodes. Battery name=X1, nodes=1"},
-        {faulty("Resistor", "Resistance='1'", three), "Resistor must have two nodes. Resistor name=X1, nodes=3"},
-        {faulty("Potentiometer", "Resistance='1' Wiper='0.5'", two),
-         "Potentiometer must have three nodes. Potentiometer name=X1, nodes=2"},
-        {faulty("Triode", "Type='12AX7'", {"p", "g"}), "Triode must have three nodes. Triode name=X1, nodes=2"},
+        {faulty("Potentiometer", "Resistance='0' Wiper='0.5'", three), "cannot be negative or zero. Potentiometer name=X1"},
         {faulty("Pentode", "Type='KT66'", pgk), "Pentode must have four nodes. Pentode name=X1, nodes=3"},
-        {faulty("Battery", "", two), "Voltage is not defined. Battery name=X1"},
-        {faulty("VoltageInputSource", "", two), "InputNumber is not defined. VoltageInputSource name=X1"},
         {faulty("IdealAmplifier", "Gain='1'", two), "IdealAmplifier cannot have a grounded node. IdealAmplifier name=X1"},
-        {faulty("IdealDifferentialAmplifier", "Gain='1'", {"a", "b"}),
-         "IdealDifferentialAmplifier must have three nodes. IdealDifferentialAmplifier name=X1, nodes=2"},
         {faulty("OpAmp", "Gain='1'", {"a", "0", "c"}), "OpAmp cannot have a grounded node. OpAmp name=X1"},
-        {faulty("OpAmp", "", three), "Gain is not defined. OpAmp name=X1"},
         {faulty("GridClamp", "", {"GND", "in", "k"}), "GridClamp cannot hold a grounded grid. GridClamp name=X1"},
-        {faulty("GridClamp", "", {"g", "in"}), "GridClamp must have three nodes. GridClamp name=X1, nodes=2"},
-        {faulty("GridCurrentLoad", "N='1.5'", three), "Igc is not defined. GridCurrentLoad name=X1"},
-        {faulty("GridCurrentLoad", "Igc='1e-3' N='0.5'", three),
-         "GridCurrentLoad: Igc must be a number and N at least 1. GridCurrentLoad name=X1"},
-        {faulty("LookupTableAmp", "VinMin='0' VinMax='1' DeltaV='0'", {"a", "b"}),
-         "DeltaV must be greater than 0. LookupTableAmp name=X1"},
-        {faulty("LookupTableAmp", "VinMin='1' VinMax='0' DeltaV='0.5' Vout='0'", {"a", "b"}),
-         "VinMax must be greater than VinMin. LookupTableAmp name=X1, VinMin=1, VinMax=0"},
-        {faulty("LookupTableAmp", "VinMin='0' VinMax='1' DeltaV='1e-9' Vout='0'", {"a", "b"}),
-         "LookupTableAmp: the table would hold ..."},
-        {faulty("LookupTableAmp", "VinMin='0' VinMax='1' DeltaV='0.5'", {"a", "b"}),
-         "Vout is not defined. LookupTableAmp name=X1"},
-        {faulty("LookupTableAmp", "VinMin='0' VinMax='1' DeltaV='0.5' Vout='0|1|2' Iin='0|1'", {"a", "b"}),
-         "Iin must hold at least as many values as Vout. LookupTableAmp name=X1, Iin=2, Vout=3"},
+        {faulty("GridCurrentLoad", "Igc='1e-3' N='0.5'", three), "Igc must be a number and N at least 1"},
+        {table("DeltaV='0'"), "DeltaV must be greater than 0"},
+        {faulty("LookupTableAmp", "VinMin='1' VinMax='1' DeltaV='0.5' Vout='0'", {"a", "b"}),
+         "VinMax must be greater than VinMin. LookupTableAmp name=X1, VinMin=1, VinMax=1"},
+        {table("DeltaV='1e-9' Vout='0'"), "LookupTableAmp: the table would hold"},
+        {table("DeltaV='0.5' Vout='0|1|2' Iin='0|1'"), "as many values as Vout. LookupTableAmp name=X1, Iin=2, Vout=3"},
         {faulty("Triode", "Type='12AU7'", pgk), "Invalid built-in triode type: 12AU7"},
-        {faulty("Pentode", "Type='EL84'", psgk), "Invalid built-in pentode type: EL84"},
         {faulty("Triode", "Vct='0' Kp='600' Kvb='300' mu='100' Ex='1.4'", pgk), "NKTriodeAnodeCurrent: Kg is not defined."},
         {faulty("Triode", "Type='12AX7' mu='-1'", pgk), "Triode: mu must be greater than or equal to 0. mu=-1"},
-        {faulty("Triode", "Type='12AX7' VgkMin='5'", pgk),
-         "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=5. Triode name=X1"},
+        {faulty("Triode", "Type='12AX7' VgkMin='4'", pgk), "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=4"},
         {faulty("Triode", "Type='12AX7' VpMax='0'", pgk), "Triode: VpMax must be greater than 0. VpMax=0. Triode name=X1"},
         {faulty("Triode", "Type='12AX7' DeltaVgk='0'", pgk), "DeltaVgk must be greater than 0. Triode name=X1, value=0"},
-        {faulty("Triode", "Type='12AX7' VgkMin='-9' VgkMax='-1'", pgk),
-         "VgkMax cannot be negative: the grid current table starts at 0 V. Triode name=X1, value=-1"},
-        {faulty("Triode", "Type='12AX7' DeltaVpk='1e-6'", pgk), "Triode: the anode current table would hold ..."},
-        {faulty("Pentode", "Type='KT66' DeltaVgk='1e-9'", psgk), "Pentode: the grid current table would hold ..."},
-        {faulty("Triode", "Vct='0' Kp='600' Kvb='300' mu='100' Ex='1.4' Kg='1060' Vc='0.5' Igc='1e-4' DoNotInterpolate='true'",
-                pgk),
-         "PowerLawGridCurrent: A is not defined."},
-        {faulty("Pentode", "Type='KT66' Kg2='-3'", psgk), "Triode: Kg2 must be greater than or equal to 0. Kg2=-3"},
+        {faulty("Triode", "Type='12AX7' VgkMin='-9' VgkMax='-1'", pgk), "VgkMax cannot be negative"},
+        {faulty("Triode", "Type='12AX7' DeltaVpk='1e-6'", pgk), "Triode: the anode current table would hold"},
+        {faulty("Pentode", "Type='KT66' DeltaVgk='1e-9'", psgk), "Pentode: the grid current table would hold"},
         // The solvers.
         {solver("NewtonRaphson", "AbsoluteTollerance='1' MaxIterations='1'"),
          "NewtonSolver: RelativeTollerance is not defined."},
@@ -357,23 +321,17 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
          "NewtonSolver: MaxIterations must be greater than 0. MaxIterations=0"},
         {solver("SimplifiedNewton", "RelativeTollerance='-1' AbsoluteTollerance='1' MaxIterations='1'"),
          "SimplifiedNewtonSolver: RelativeTollerance must be greater than 0. relativeTollerance=-1"},
-        {solver("SuccessiveApproximations",
-                tolerances + "InitialRelaxation='1' MinRelaxation='1' MaxRelaxation='1' Growth='1' MaxIterations='1'"),
-         "SuccessiveApproximations: Reduction is not defined."},
     };
     for (const Case& c : cases) {
-        std::string message = messageOf([&] { parseCircuit(c.graph, c.inputs)->init(); }), expected = c.message;
-        if (expected.size() > 3 && expected.compare(expected.size() - 3, 3, "...") == 0)
-            message.resize(std::min(message.size(), expected.size() - 3)), expected.resize(expected.size() - 3);
-        EXPECT_EQ(message, expected) << c.graph;
+        const std::string message = messageOf([&] { parseCircuit(c.graph, c.inputs)->init(); });
+        if (*c.message == '\0')
+            EXPECT_EQ(message, "") << c.graph;
+        else
+            EXPECT_NE(message.find(c.message), std::string::npos) << message << "\n" << c.graph;
     }
 }
 
 TEST(CircuitMessages, RunTimeFaults) {
-    // Through a Driver, which owns what a half-parsed description leaves.
-    std::istringstream description(systemAround(R1 + dc() + "<Inputs><Input Graph='System' Node='0'/></Inputs>", 0));
-    EXPECT_EQ(messageOf([&] { vrn::Driver::create()->init(description); }),
-              "Inputs are wired to graph C, which declares no NumberOfInputs");
     auto circuit =
         parseCircuit(inputSource() + R1 + element("Potentiometer", "P1", "Resistance='1' Wiper='0'", {"in", "w", "GND"}) + dc());
     std::vector<float*> none;
@@ -391,7 +349,6 @@ TEST(CircuitMessages, RunTimeFaults) {
          "propertyChanged: Invalid property name: Gain. VoltageInputSource name=Vin"},
         {[&] { part(*circuit, "R1").propertyChanged("Resistance", -1.0f); },
          "propertyChanged: Resistance cannot be negative. Resistor name=R1, value=-1"},
-        {[&] { part(*circuit, "R1").propertyChanged("R", 1.0f); }, "propertyChanged: Invalid property name: R. Resistor name=R1"},
         {[&] { part(*circuit, "P1").propertyChanged("Wiper", 1.0001f); },
          "Wiper value must be between 0 and 1. Potentiometer name=P1, value=1.0001"},
         {[&] { part(*circuit, "Nope"); }, "MNAContext cannot find element with name Nope"},
@@ -399,30 +356,4 @@ TEST(CircuitMessages, RunTimeFaults) {
         {[&] { vrn::SuccessiveApproximationsSolver().solve(x); }, "SuccessiveApproximationsSolver is not initialized"},
     };
     for (const auto& [fault, message] : faults) EXPECT_EQ(messageOf(fault), message);
-}
-
-TEST(CircuitUnderDriver, GainIntoTriodeStageIntoGain) {
-    // The worked example of docs/circuits.md: gain 0.5 → the 12AX7 stage → gain -0.01.
-    std::stringstream text;
-    text << std::ifstream(std::string(ORM_SOURCE_DIR) + "/docs/circuits.md").rdbuf();
-    const std::string document = text.str();
-    size_t start = document.find("```xml\n<System>");
-    ASSERT_NE(start, std::string::npos);
-    start += 7;
-    std::istringstream system(document.substr(start, document.find("```", start) - start));
-    auto driver = vrn::Driver::create();
-    driver->init(system);
-    driver->setSamplingRate(48000.0f);
-    driver->setMaxBlockSize(256);
-    std::vector<float> input = sine(1.0, 1000.0, 48000.0, 4608), output;
-    for (size_t at = 0; at < input.size(); at += 256) {
-        std::vector<float*> inputs{input.data() + at};
-        driver->process(inputs, 256);
-        output.insert(output.end(), driver->getOutputs()[0], driver->getOutputs()[0] + 256);
-    }
-    // The stage sits at its operating point (ngspice: 202.953 V on the plate); its gain at 0.5 V
-    // peak is about 61 V / 1 V p-p.
-    EXPECT_NEAR(output[0], -2.0295f, 1e-3f);
-    auto [low, high] = std::minmax_element(output.begin() + 2400, output.end());
-    EXPECT_NEAR(*high - *low, 0.61f, 0.02f);
 }

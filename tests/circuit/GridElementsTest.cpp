@@ -62,45 +62,29 @@ TEST(GridElements, CurrentLoadsDrawTheirPowerLawsThroughALoad) {
     }
 }
 
-namespace {
-
-// A pentode whose grid is the input, its plate through a load to 600 V, the cathode at 18.2974 V.
-std::string freePlate(const char* load, const char* screen, const char* tube, const std::string& more) {
-    return inputSource() + more + battery("Supply", "600", "s") + battery("Bk", "18.2974", "k") +
-           element("Resistor", "Rp", std::string("Resistance='") + load + "'", {"s", "p"}) + battery("Bs", screen, "sc") +
-           element("Pentode", "V", std::string("Type='") + tube + "'", {"p", "sc", "g", "k"}) + outputs({"p"}) + kNewtonDC;
-}
-
-}  // namespace
-
-TEST(GridElements, FreePentodePlateFallsBelowTheCathodeAndDrawsNothingThere) {
-    // A KT66 with its grid held at the cathode: the grid current pulled through the 3.9 kΩ load
-    // takes the free plate far below ground, where the tube takes no plate current, so the plate
-    // is the supply minus the load's drop of that current alone.
+TEST(GridElements, FreePentodePlateSeesItsOwnVoltageAndIsCutOffBelowTheCathode) {
+    // A 6V6GT with a free plate, 7400 Ω to 600 V and loaded by the grid current Igc·vgk^1.5, the
+    // cathode at 18.2974 V, the grid swept up from cut-off as the stage curves are.  Once the grid
+    // rises above the plate the tube still sees the plate's own voltage, so the solution satisfies
+    // Koren's law there: (600 - vp) / 7400 = Ip(vgk, vpk, vsk) + Ig(vgk).  Far above, the grid
+    // current takes the plate below the cathode, where the tube draws nothing.
     auto stage = [](const char* clampPlate) {
-        return freePlate("3900", "285.6", (std::string("KT66' ClampPlate='") + clampPlate).c_str(),
-                         element("GridClamp", "Clamp", "", {"g", "in", "k"}) +
-                             element("GridCurrentLoad", "Ig", "Igc='2.2e-4' N='1.5'", {"p", "in", "k"}));
+        return inputSource() + battery("Supply", "600", "s") + battery("Bk", "18.2974", "k") + battery("Bs", "305", "sc") +
+               element("IdealAmplifier", "A", "Gain='1'", {"in", "g"}) +
+               element("GridCurrentLoad", "Ig", "Igc='2.2e-4' N='1.5'", {"p", "in", "k"}) +
+               element("Resistor", "Rp", "Resistance='7400'", {"s", "p"}) +
+               element("Pentode", "V", std::string("Type='GE6V6GT' ClampPlate='") + clampPlate + "'", {"p", "sc", "g", "k"}) +
+               outputs({"p"}) + kNewtonDC;
     };
-    const std::vector<float> out = solve(stage("false"), {0.0f, 100.0f});
-    EXPECT_NEAR(600.0 - 3900.0 * 2.2e-4 * std::pow(100.0 - 18.2974, 1.5), out[1], 0.01);
-    // Below the grid current the free and the clamped plate are the same stage.
-    EXPECT_NEAR(out[0], solve(stage("true"), {0.0f})[0], 1e-3);
-}
-
-TEST(GridElements, FreePentodePlateSeesItsOwnVoltageWhenTheGridRisesAboveIt) {
-    // A 6V6GT with its grid driven 20 V above the cathode pulls its free plate below the grid; the
-    // plate current is taken at the plate's own voltage, so the solution satisfies Koren's law
-    // there: (600 - vp) / 7400 = Ip(vgk, vp - vk, vsk).
-    const std::string stage = freePlate("7400", "305", "GE6V6GT' ClampPlate='false",
-                                        element("IdealAmplifier", "A", "Gain='1'", {"in", "g"}));
-    // Swept up from cut-off, as the stage curves are.
     std::vector<float> vin;
-    for (float v = 0.0f; v <= 38.3f; v += 0.5f) vin.push_back(v);
-    const std::vector<float> out = solve(stage, vin);
-    const double vgk = static_cast<double>(vin.back()) - 18.2974, vpk = out.back() - 18.2974, vsk = 305.0 - 18.2974;
+    for (int i = 0; i <= 200; ++i) vin.push_back(0.5f * static_cast<float>(i));
+    const std::vector<float> out = solve(stage("false"), vin);
+    const double vgk = 38.5 - 18.2974, vpk = out[77] - 18.2974, vsk = 305.0 - 18.2974;
     const double e1 = vsk / 38.07 * std::log1p(std::exp(38.07 * (1.0 / 12.67 + vgk / vsk)));
     const double ip = std::atan(vpk / 30.2) * std::pow(e1, 1.198) / 915.0 * 2.0;
-    EXPECT_LT(out.back(), vin.back());
-    EXPECT_NEAR((600.0 - out.back()) / 7400.0, ip, 1e-5);
+    EXPECT_LT(out[77], 38.5f);
+    EXPECT_NEAR((600.0 - out[77]) / 7400.0, ip + 2.2e-4 * std::pow(vgk, 1.5), 1e-5);
+    EXPECT_NEAR(600.0 - 7400.0 * 2.2e-4 * std::pow(100.0 - 18.2974, 1.5), out[200], 0.01);
+    // Below the grid current the free and the clamped plate are the same stage.
+    EXPECT_NEAR(out[0], solve(stage("true"), {0.0f})[0], 1e-3);
 }
