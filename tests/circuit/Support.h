@@ -18,20 +18,16 @@
 
 namespace circuittest {
 
-// A system document around one "MNA" graph named "C".
-inline std::string systemAround(const std::string& graphBody, int inputs = 1) {
+// Parses a system document around one "MNA" graph named "C" with `inputs` inputs from the system.
+inline std::shared_ptr<vrn::Circuit> parseCircuit(const std::string& graphBody, int inputs = 1) {
     std::string text = "<System><Graphs><Graph Name=\"C\" Type=\"MNA\">" + graphBody;
     if (inputs > 0) {
         text += "<NumberOfInputs>" + std::to_string(inputs) + "</NumberOfInputs><Inputs>";
         for (int i = 0; i < inputs; ++i) text += "<Input Graph=\"System\" Node=\"" + std::to_string(i) + "\"/>";
         text += "</Inputs>";
     }
-    return text + "</Graph></Graphs></System>";
-}
-
-inline std::shared_ptr<vrn::Circuit> parseCircuit(const std::string& graphBody, int inputs = 1) {
     vrn::NewParser parser(nullptr, nullptr);
-    std::istringstream stream(systemAround(graphBody, inputs));
+    std::istringstream stream(text + "</Graph></Graphs></System>");
     parser.parse(stream);
     auto circuit = std::dynamic_pointer_cast<vrn::Circuit>(parser.getGraphs()->at(0));
     // Without a Driver nobody breaks the graph-context cycle: the test's handle does it.
@@ -159,22 +155,15 @@ inline std::string element(const std::string& type, const std::string& name, con
     return "<Element Type='" + type + "' Name='" + name + "'><Properties " + properties + "/>" + nodeList(nodes) + "</Element>";
 }
 
-struct Agreement {
-    double worst = 0.0;  // largest |difference| after the settling time
-    double swing = 0.0;  // peak-to-peak of the reference after the settling time
-    double fraction() const { return swing > 0 ? worst / swing : worst; }
-};
-
-inline Agreement compare(const std::vector<float>& ours, const std::vector<double>& reference, size_t from) {
-    Agreement a;
-    double low = INFINITY, high = -INFINITY;
+// The largest |difference| from sample `from` on, as a fraction of the reference's peak-to-peak there.
+inline double disagreement(const std::vector<float>& ours, const std::vector<double>& reference, size_t from) {
+    double worst = 0.0, low = INFINITY, high = -INFINITY;
     for (size_t i = from; i < ours.size() && i < reference.size(); ++i) {
-        a.worst = std::max(a.worst, std::fabs(static_cast<double>(ours[i]) - reference[i]));
+        worst = std::max(worst, std::fabs(static_cast<double>(ours[i]) - reference[i]));
         low = std::min(low, reference[i]);
         high = std::max(high, reference[i]);
     }
-    a.swing = high - low;
-    return a;
+    return worst / (high - low);
 }
 
 }  // namespace circuittest
