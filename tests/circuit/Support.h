@@ -107,39 +107,24 @@ inline std::string spiceStep(double amplitude, double rate) {
 
 inline bool haveNgspice() { return std::system("ngspice --version > /dev/null 2>&1") == 0; }
 
-// Runs a batch deck whose control block writes lines into `out` (its own path substituted
-// for @OUT@); returns the last number of each line, empty when ngspice fails.
-inline std::vector<double> ngspiceRun(const std::string& deck) {
-    std::string base = "/tmp/orm_circuit_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
-    std::string text = deck;
-    for (size_t at; (at = text.find("@OUT@")) != std::string::npos;) text.replace(at, 5, base + ".txt");
-    std::ofstream(base + ".cir") << "* orm circuit test\n" << text << "quit\n.endc\n.end\n";
+// Transient analysis with trapezoidal integration, the step fixed to the sample period: n samples
+// of `node` on that grid, empty when ngspice fails.
+inline std::vector<double> ngspiceTransient(const std::string& netlist, const std::string& node, double rate,
+                                            size_t n) {
+    const std::string base = "/tmp/orm_circuit_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
+    const double period = 1.0 / rate;
+    std::ofstream(base + ".cir") << "* orm circuit test\n" << netlist << "\n.options method=trap\n.tran " << number(period)
+                                 << " " << number(period * static_cast<double>(n - 1)) << " 0 " << number(period)
+                                 << "\n.control\nrun\nlinearize v(" << node << ")\nwrdata " << base << ".txt v(" << node
+                                 << ")\nquit\n.endc\n.end\n";
     std::vector<double> values;
     if (std::system(("ngspice -b " + base + ".cir > " + base + ".log 2>&1").c_str()) == 0) {
         std::ifstream data(base + ".txt");
-        std::string first;
-        double v;
-        while (data >> first >> v) values.push_back(v);
+        double time, v;
+        while (data >> time >> v) values.push_back(v);
     }
     for (const char* ext : {".cir", ".txt", ".log"}) std::remove((base + ext).c_str());
     return values;
-}
-
-// Transient analysis with trapezoidal integration, the step fixed to the sample period, the
-// node sampled on that grid; n samples of node.
-inline std::vector<double> ngspiceTransient(const std::string& netlist, const std::string& node, double rate,
-                                            size_t n) {
-    double period = 1.0 / rate;
-    return ngspiceRun(netlist + "\n.options method=trap\n.tran " + number(period) + " " +
-                      number(period * static_cast<double>(n - 1)) + " 0 " + number(period) +
-                      "\n.control\nrun\nlinearize v(" + node + ")\nwrdata @OUT@ v(" + node + ")\n");
-}
-
-// The operating point of the listed nodes.
-inline std::vector<double> ngspiceOperatingPoint(const std::string& netlist, const std::vector<std::string>& nodes) {
-    std::string deck = netlist + "\n.control\nop\n";
-    for (const std::string& node : nodes) deck += "echo " + node + " $&v(" + node + ") >> @OUT@\n";
-    return ngspiceRun(deck);
 }
 
 inline std::string nodeList(const std::vector<const char*>& nodes) {
