@@ -166,7 +166,6 @@ TEST(Circuit, FailedSampleRepeatsTheLastSolutionIsCountedAndBypassWins) {
     // A solution that is not a number is a failed sample too, never an output.
     auto linear = parseCircuit(rcLowPass());
     linear->init();
-    EXPECT_EQ(run(*linear, {1.0f, 1.0f}).size(), 2u);
     part(*linear, "Vin").propertyChanged("DCOffset", std::nanf(""));
     std::vector<float> held = run(*linear, {1.0f, 1.0f});
     EXPECT_TRUE(std::isfinite(held[0]) && held[0] == held[1]) << held[0];
@@ -262,7 +261,6 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
         // The parser.
         {R"(<Analysis Type="DC"/>)", "No elements in graph C"},
         {R"(<Element Type="Resistor" Name="R1"><Node/></Element>)", "Element: R1. Node without a name."},
-        {R"(<Element Type="Coil" Name="L1"><Node Name="a"/></Element>)", "Unknown element type: Coil"},
         {R1 + R"(<Analysis Type="TRAN"/>)", "Invalid analysis Type attribute TRAN in the graph C"},
         {ac(R"(<InitialCondition Type="Rest"/>)"), "Invalid InitialCondition Type attribute Rest in the graph C"},
         {R1 + dc(R"(<Solver Type="Gauss"/>)"), "Unknown solver type: Gauss"},
@@ -271,7 +269,6 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
         {ac(R"(<InitialCondition Type="Zero"><Solver Type="Gauss"/></InitialCondition><Solver Type="Linear"/>)"), ""},
         // The context and the circuit.
         {element("Battery", "B1", "Voltage='1'", {"0", "GND"}) + dc(), "No MNA nodes."},
-        {R1 + outputs({"GND"}) + dc(), "Output node with name GND does not exist."},
         // InputNumber counts from 0 below NumberOfInputs.
         {source("InputNumber='2'"), "out of range. VoltageInputSource name=Vin, InputNumber=2, NumberOfInputs=2", 2},
         {source("InputNumber='-1'"), "out of range. VoltageInputSource name=Vin, InputNumber=-1, NumberOfInputs=2", 2},
@@ -329,11 +326,9 @@ TEST(CircuitMessages, RunTimeFaults) {
     EXPECT_EQ(messageOf([&] { circuit->process(none, none, 1); }), "Circuit is not initialized. Circuit Name: C");
     circuit->init();
     circuit->setMaxBlockSize(2);
-    std::unique_ptr<vrn::Resistor> late(new vrn::Resistor());
     const std::pair<std::function<void()>, const char*> faults[] = {
         {[&] { circuit->process(none, 3); }, "less than input size. Circuit name: C maxBlockSize: 2 input size: 3"},
         {[&] { circuit->setMaxBlockSize(0); }, "Graph: Invalid maxBlockSize0"},
-        {[&] { circuit->getMNAContext()->addElement(late.get()); }, "Cannot add components after the context was initialized"},
         {[&] { part(*circuit, "Vin").propertyChanged("Gain", 1.0f); }, "Invalid property name: Gain. VoltageInputSource"},
         {[&] { part(*circuit, "P1").propertyChanged("Wiper", 1.0001f); }, "between 0 and 1. Potentiometer name=P1, value=1.0001"},
     };

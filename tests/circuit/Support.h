@@ -84,25 +84,9 @@ inline std::vector<float> sine(double amplitude, double frequency, double rate, 
     return s;
 }
 
-// A unit step that rises over the first sample period, as ngspice's PWL source does.
-inline std::vector<float> step(double amplitude, size_t n) {
-    std::vector<float> s(n, static_cast<float>(amplitude));
-    s[0] = 0.0f;
-    return s;
-}
-
-inline std::string number(double value) {
-    char text[64];
-    std::snprintf(text, sizeof(text), "%.12g", value);
-    return text;
-}
-
-// The input source lines for ngspice matching sine() and step().
+// The input source line for ngspice matching sine().
 inline std::string spiceSine(double amplitude, double frequency) {
-    return "SIN(0 " + number(amplitude) + " " + number(frequency) + ")";
-}
-inline std::string spiceStep(double amplitude, double rate) {
-    return "PWL(0 0 " + number(1.0 / rate) + " " + number(amplitude) + ")";
+    return "SIN(0 " + std::to_string(amplitude) + " " + std::to_string(frequency) + ")";
 }
 
 inline bool haveNgspice() { return std::system("ngspice --version > /dev/null 2>&1") == 0; }
@@ -113,10 +97,12 @@ inline std::vector<double> ngspiceTransient(const std::string& netlist, const st
                                             size_t n) {
     const std::string base = "/tmp/orm_circuit_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
     const double period = 1.0 / rate;
-    std::ofstream(base + ".cir") << "* orm circuit test\n" << netlist << "\n.options method=trap\n.tran " << number(period)
-                                 << " " << number(period * static_cast<double>(n - 1)) << " 0 " << number(period)
-                                 << "\n.control\nrun\nlinearize v(" << node << ")\nwrdata " << base << ".txt v(" << node
-                                 << ")\nquit\n.endc\n.end\n";
+    std::ofstream deck(base + ".cir");
+    deck.precision(12);
+    deck << "* orm circuit test\n" << netlist << "\n.options method=trap\n.tran " << period << " "
+         << period * static_cast<double>(n - 1) << " 0 " << period << "\n.control\nrun\nlinearize v(" << node
+         << ")\nwrdata " << base << ".txt v(" << node << ")\nquit\n.endc\n.end\n";
+    deck.close();
     std::vector<double> values;
     if (std::system(("ngspice -b " + base + ".cir > " + base + ".log 2>&1").c_str()) == 0) {
         std::ifstream data(base + ".txt");
