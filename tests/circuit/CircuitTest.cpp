@@ -1,5 +1,6 @@
-// Numbering, stamps, run-time changes and failure paths of the netlist; the grid elements and a
-// pentode with a free plate against their closed forms.
+// Numbering, stamps, run-time changes and failure paths of the netlist; the grid clamp and a
+// pentode with a free plate against their closed forms.  GridCurrentLoad's power laws (N of 1,
+// 1.5 and 3, negative Vc and Igc) are pinned by the tube curves' regeneration test in tests/amp.
 
 #include <gtest/gtest.h>
 
@@ -67,11 +68,13 @@ TEST(Circuit, InputSourcesReadTheirOwnInputUpToTheLast) {
     EXPECT_EQ(out, (std::vector<std::vector<float>>{{-3.0f, 5.0f}, {1.0f, 2.0f}, {-1.0f, 3.5f}}));
 }
 
-TEST(Circuit, ResistorPotentiometerAndRunTimeChanges) {
+TEST(Circuit, ResistorPotentiometerRunTimeChangesAndFaults) {
     auto circuit = parseCircuit(inputSource() + element("Resistor", "R1", "Resistance='0'", {"in", "a"}) +
                                 element("Potentiometer", "P1", "Resistance='10000' Wiper='0'", {"a", "w", "GND"}) +
                                 element("Battery", "B1", "Voltage='3' UseFixedVoltage='false'", {"x", "GND"}) +
                                 element("Resistor", "R2", "Resistance='100'", {"x", "GND"}) + outputs({"w", "x"}) + dc());
+    std::vector<float*> none;
+    EXPECT_EQ(messageOf([&] { circuit->process(none, none, 1); }), "Circuit is not initialized. Circuit Name: C");
     circuit->init();
     EXPECT_FLOAT_EQ(dynamic_cast<vrn::Resistor&>(part(*circuit, "R1")).getConductance(), 1.0e12f);
     auto expect = [&](float wiper, float battery) {
@@ -91,6 +94,18 @@ TEST(Circuit, ResistorPotentiometerAndRunTimeChanges) {
     // Wiper 1 is taken as 0.999, 10 Ω above the bottom.
     part(*circuit, "P1").propertyChanged("Wiper", 1.0f);
     expect(0.001f, 5.0f);
+
+    // Refused at run time.
+    const std::pair<std::function<void()>, const char*> faults[] = {
+        {[&] { circuit->process(none, 65); }, "Circuit name: C maxBlockSize: 64 input size: 65"},
+        {[&] { circuit->setMaxBlockSize(0); }, "Graph: Invalid maxBlockSize0"},
+        {[&] { part(*circuit, "Vin").propertyChanged("Gain", 1.0f); }, "Invalid property name: Gain. VoltageInputSource"},
+        {[&] { part(*circuit, "P1").propertyChanged("Wiper", 1.0001f); }, "Potentiometer name=P1, value=1.0001"},
+    };
+    for (const auto& [fault, message] : faults) {
+        const std::string text = messageOf(fault);
+        EXPECT_NE(text.find(message), std::string::npos) << text;
+    }
 }
 
 TEST(Circuit, CapacitorCompanionFromOperatingPointAndFromZero) {
@@ -140,10 +155,6 @@ TEST(Circuit, LookupTableAmpAndIdealAmplifiers) {
     EXPECT_EQ(out[0], table);
     EXPECT_FLOAT_EQ(out[1][3], 1.8f);
     EXPECT_NEAR(out[2][3], 2.0f * (1.2f - 0.6f), 1e-5);
-    // A control that writes an empty table is refused; the old table stays.
-    EXPECT_EQ(messageOf([&] { part(*circuit, "L1").propertyChanged("Vout", std::make_shared<std::vector<float>>()); }),
-              "propertyChanged: Vout holds no values. LookupTableAmp name=L1");
-    EXPECT_EQ(run(*circuit, in), table);
 }
 
 TEST(Circuit, FailedSampleRepeatsTheLastSolutionIsCountedAndBypassWins) {
@@ -231,7 +242,6 @@ TEST(Circuit, TriodeClampsThePlateAndTablesFollowTheFormula) {
             EXPECT_NEAR(exact.dIdVpk(vgk, vpk), pk, 5e-3f * pk) << vgk << " " << vpk;
         }
     EXPECT_EQ(looked.current(-9.0f, 200.0f), 0.0f);  // below the table
-    EXPECT_GT(exact.current(-9.0f, 200.0f), 0.0f);   // where the formula still conducts
     EXPECT_EQ(exact.current(-1.0f, 0.0f), 0.0f);
 }
 
@@ -251,8 +261,7 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
     const std::string capacitors = R1 + element("Capacitor", "C1", "Capacitance='1e-6'", {"a", "mid"}) +
                                    element("Capacitor", "C2", "Capacitance='1e-6'", {"mid", "GND"});
     const std::string tolerances = "RelativeTollerance='1' AbsoluteTollerance='1' ";
-    const std::vector<const char*> pgk = {"p", "g", "k"}, psgk = {"p", "s", "g", "k"}, two = {"a", "GND"},
-                                   three = {"a", "b", "c"};
+    const std::vector<const char*> pgk = {"p", "g", "k"}, two = {"a", "GND"}, three = {"a", "b", "c"};
     struct Case {
         std::string graph;
         const char* message;
@@ -303,7 +312,7 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
         {faulty("Triode", "Type='12AX7' DeltaVgk='0'", pgk), "DeltaVgk must be greater than 0. Triode name=X1, value=0"},
         {faulty("Triode", "Type='12AX7' VgkMin='-9' VgkMax='-1'", pgk), "VgkMax cannot be negative"},
         {faulty("Triode", "Type='12AX7' DeltaVpk='1e-6'", pgk), "Triode: the anode current table would hold"},
-        {faulty("Pentode", "Type='KT66' DeltaVgk='1e-9'", psgk), "Pentode: the grid current table would hold"},
+        {faulty("Pentode", "Type='KT66' DeltaVgk='1e-9'", {"p", "s", "g", "k"}), "Pentode: the grid current table would hold"},
         // The solvers.
         {solver("NewtonRaphson", tolerances + "MaxIterations='1' Relaxation='1.5'"), "or equal to 1. InitialRelaxation=1.5"},
         {solver("NewtonRaphson", tolerances + "MaxIterations='0'"), "MaxIterations must be greater than 0. MaxIterations=0"},
@@ -319,25 +328,6 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
     }
 }
 
-TEST(CircuitMessages, RunTimeFaults) {
-    auto circuit =
-        parseCircuit(inputSource() + R1 + element("Potentiometer", "P1", "Resistance='1' Wiper='0'", {"in", "w", "GND"}) + dc());
-    std::vector<float*> none;
-    EXPECT_EQ(messageOf([&] { circuit->process(none, none, 1); }), "Circuit is not initialized. Circuit Name: C");
-    circuit->init();
-    circuit->setMaxBlockSize(2);
-    const std::pair<std::function<void()>, const char*> faults[] = {
-        {[&] { circuit->process(none, 3); }, "less than input size. Circuit name: C maxBlockSize: 2 input size: 3"},
-        {[&] { circuit->setMaxBlockSize(0); }, "Graph: Invalid maxBlockSize0"},
-        {[&] { part(*circuit, "Vin").propertyChanged("Gain", 1.0f); }, "Invalid property name: Gain. VoltageInputSource"},
-        {[&] { part(*circuit, "P1").propertyChanged("Wiper", 1.0001f); }, "between 0 and 1. Potentiometer name=P1, value=1.0001"},
-    };
-    for (const auto& [fault, message] : faults) {
-        const std::string text = messageOf(fault);
-        EXPECT_NE(text.find(message), std::string::npos) << text;
-    }
-}
-
 TEST(GridElements, ClampHoldsTheGridAtTheDriveButNotAboveTheCathode) {
     // The grid follows the drive up to the cathode (0.5 V) plus the offset.
     auto clamp = [](const std::string& offset) {
@@ -347,26 +337,6 @@ TEST(GridElements, ClampHoldsTheGridAtTheDriveButNotAboveTheCathode) {
     };
     EXPECT_EQ(solve(clamp(""), {-2.0f, 0.25f, 0.5f, 0.75f, 40.0f}), (std::vector<float>{-2.0f, 0.25f, 0.5f, 0.5f, 0.5f}));
     EXPECT_FLOAT_EQ(0.75f, solve(clamp("Offset='0.25'"), {3.0f})[0]);
-}
-
-TEST(GridElements, CurrentLoadsDrawTheirPowerLawsThroughALoad) {
-    // 10 V through 1 kΩ into p, loaded by Igc·(v(in) - v(k) + Vc)^N with the cathode at 1 V: two
-    // ramps (N = 1) from 1 V and 3 V above the cathode, +2 mA/V then -3 mA/V.  The current rises
-    // to 4 mA at 3 V and falls after, pushing current into the node beyond 5.67 V.  (N = 1.5
-    // meets its closed form in the free-plate pentode below.)
-    const std::vector<float> vin = {0.0f, 2.0f, 3.0f, 4.0f, 5.0f, 8.0f};
-    const std::vector<float> out =
-        solve(inputSource() + battery("B", "10", "s") + battery("Bk", "1", "k") +
-                  element("Resistor", "R", "Resistance='1000'", {"s", "p"}) +
-                  element("GridCurrentLoad", "Up", "Igc='2e-3' N='1' Vc='-1'", {"p", "in", "k"}) +
-                  element("GridCurrentLoad", "Down", "Igc='-3e-3' N='1' Vc='-3'", {"p", "in", "k"}) + outputs({"p"}) +
-                  kNewtonDC,
-              vin);
-    for (size_t i = 0; i < vin.size(); ++i) {
-        const double x = vin[i] - 1.0;
-        const double expected = 10.0 - 1000.0 * (2e-3 * std::max(0.0, x - 1.0) - 3e-3 * std::max(0.0, x - 3.0));
-        EXPECT_NEAR(expected, out[i], 1e-4 * std::max(1.0, std::fabs(expected))) << vin[i];
-    }
 }
 
 TEST(GridElements, FreePentodePlateSeesItsOwnVoltageAndIsCutOffBelowTheCathode) {

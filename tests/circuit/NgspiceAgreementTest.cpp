@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <iterator>
 #include <map>
 
@@ -16,12 +17,6 @@ using namespace circuittest;
 
 namespace {
 
-class NgspiceAgreement : public ::testing::Test {
-    void SetUp() override {
-        if (!haveNgspice()) GTEST_SKIP() << "ngspice is not installed";
-    }
-};
-
 int iterationsOf(vrn::Solver& solver) {
     if (auto* s = dynamic_cast<vrn::NewtonSolver*>(&solver)) return s->getLastIterations();
     if (auto* s = dynamic_cast<vrn::SimplifiedNewtonSolver*>(&solver)) return s->getLastIterations();
@@ -31,7 +26,8 @@ int iterationsOf(vrn::Solver& solver) {
 
 }  // namespace
 
-TEST_F(NgspiceAgreement, OperatingPointsAndTransients) {
+TEST(NgspiceAgreement, OperatingPointsAndTransients) {
+    if (std::system("ngspice --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "ngspice is not installed";
     // Linear takes the tube currents at the previous sample: a single explicit pass whose loop
     // gain through the plate resistor is above one here, so it is not bounded.  The
     // per-coordinate secant of SimplifiedNewton stops on a small step rather than a small
@@ -43,7 +39,7 @@ TEST_F(NgspiceAgreement, OperatingPointsAndTransients) {
         double limit;            // as a fraction of the swing; 0: not bounded
         int maxIterations;
     } const cases[] = {
-        {rcLowPass(), rcLowPassSpice(), 1.0, audio, 0.005, 1},
+        {rcLowPass(), "R1 in out 1000\nC1 out 0 100n\n", 1.0, audio, 0.005, 1},
         {potOpAmp(), potOpAmpSpice(), 0.5, audio, 0.005, 1},
         {pentodeStage(), pentodeStageSpice(), 2.0, tubes, 0.005, 50},
         {triodeStage(), triodeStageSpice(), 0.5, tubes, 0.005, 50},
@@ -59,7 +55,7 @@ TEST_F(NgspiceAgreement, OperatingPointsAndTransients) {
         SCOPED_TRACE("case " + std::to_string(i));
         const size_t n = static_cast<size_t>(0.05 * c.rate), from = static_cast<size_t>(0.01 * c.rate);
         const std::string node = c.graph.find("plate") != std::string::npos ? "plate" : "out";
-        const std::string deck = "Vin in 0 " + spiceSine(c.amplitude, 1000.0) + "\n" + c.spice;
+        const std::string deck = "Vin in 0 SIN(0 " + std::to_string(c.amplitude) + " 1000)\n" + c.spice;
         if (!references.count(deck)) references[deck] = ngspiceTransient(deck, node, c.rate, n);
         const std::vector<double>& spice = references[deck];
         ASSERT_EQ(spice.size(), n);

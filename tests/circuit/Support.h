@@ -84,13 +84,6 @@ inline std::vector<float> sine(double amplitude, double frequency, double rate, 
     return s;
 }
 
-// The input source line for ngspice matching sine().
-inline std::string spiceSine(double amplitude, double frequency) {
-    return "SIN(0 " + std::to_string(amplitude) + " " + std::to_string(frequency) + ")";
-}
-
-inline bool haveNgspice() { return std::system("ngspice --version > /dev/null 2>&1") == 0; }
-
 // Transient analysis with trapezoidal integration, the step fixed to the sample period: n samples
 // of `node` on that grid, empty when ngspice fails.
 inline std::vector<double> ngspiceTransient(const std::string& netlist, const std::string& node, double rate,
