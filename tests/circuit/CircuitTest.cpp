@@ -1,12 +1,12 @@
-// Numbering, stamps, run-time changes and failure paths of the netlist, and an "MNA" graph
-// between two DSP graphs under the Driver.
+// Numbering, stamps, run-time changes and failure paths of the netlist; the grid clamp and a
+// pentode with a free plate against their closed forms.  GridCurrentLoad's power laws (N of 1,
+// 1.5 and 3, negative Vc and Igc) are pinned by the tube curves' regeneration test in tests/amp.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <tuple>
 
 #include "Netlists.h"
@@ -14,8 +14,6 @@
 #include "circuit/components/Passive.h"
 #include "circuit/components/TubeModels.h"
 #include "circuit/components/Tubes.h"
-#include "circuit/solvers/Solvers.h"
-#include "engine/Driver.h"
 
 using namespace circuittest;
 
@@ -30,6 +28,12 @@ vrn::Properties properties(std::initializer_list<std::pair<const char*, const ch
 }
 
 vrn::Element& part(vrn::Circuit& circuit, const char* name) { return *circuit.getMNAContext()->getElement(name); }
+
+const std::string kNewtonDC = dc(newton("1e-7", 200));
+
+std::string battery(const char* name, const char* volts, const char* node) {
+    return element("Battery", name, std::string("Voltage='") + volts + "'", {node, "GND"});
+}
 
 }  // namespace
 
@@ -64,11 +68,13 @@ TEST(Circuit, InputSourcesReadTheirOwnInputUpToTheLast) {
     EXPECT_EQ(out, (std::vector<std::vector<float>>{{-3.0f, 5.0f}, {1.0f, 2.0f}, {-1.0f, 3.5f}}));
 }
 
-TEST(Circuit, ResistorPotentiometerAndRunTimeChanges) {
+TEST(Circuit, ResistorPotentiometerRunTimeChangesAndFaults) {
     auto circuit = parseCircuit(inputSource() + element("Resistor", "R1", "Resistance='0'", {"in", "a"}) +
                                 element("Potentiometer", "P1", "Resistance='10000' Wiper='0'", {"a", "w", "GND"}) +
                                 element("Battery", "B1", "Voltage='3' UseFixedVoltage='false'", {"x", "GND"}) +
                                 element("Resistor", "R2", "Resistance='100'", {"x", "GND"}) + outputs({"w", "x"}) + dc());
+    std::vector<float*> none;
+    EXPECT_EQ(messageOf([&] { circuit->process(none, none, 1); }), "Circuit is not initialized. Circuit Name: C");
     circuit->init();
     EXPECT_FLOAT_EQ(dynamic_cast<vrn::Resistor&>(part(*circuit, "R1")).getConductance(), 1.0e12f);
     auto expect = [&](float wiper, float battery) {
@@ -88,6 +94,18 @@ TEST(Circuit, ResistorPotentiometerAndRunTimeChanges) {
     // Wiper 1 is taken as 0.999, 10 Ω above the bottom.
     part(*circuit, "P1").propertyChanged("Wiper", 1.0f);
     expect(0.001f, 5.0f);
+
+    // Refused at run time.
+    const std::pair<std::function<void()>, const char*> faults[] = {
+        {[&] { circuit->process(none, 65); }, "Circuit name: C maxBlockSize: 64 input size: 65"},
+        {[&] { circuit->setMaxBlockSize(0); }, "Graph: Invalid maxBlockSize0"},
+        {[&] { part(*circuit, "Vin").propertyChanged("Gain", 1.0f); }, "Invalid property name: Gain. VoltageInputSource"},
+        {[&] { part(*circuit, "P1").propertyChanged("Wiper", 1.0001f); }, "Potentiometer name=P1, value=1.0001"},
+    };
+    for (const auto& [fault, message] : faults) {
+        const std::string text = messageOf(fault);
+        EXPECT_NE(text.find(message), std::string::npos) << text;
+    }
 }
 
 TEST(Circuit, CapacitorCompanionFromOperatingPointAndFromZero) {
@@ -137,10 +155,6 @@ TEST(Circuit, LookupTableAmpAndIdealAmplifiers) {
     EXPECT_EQ(out[0], table);
     EXPECT_FLOAT_EQ(out[1][3], 1.8f);
     EXPECT_NEAR(out[2][3], 2.0f * (1.2f - 0.6f), 1e-5);
-    // A control that writes an empty table is refused; the old table stays.
-    EXPECT_EQ(messageOf([&] { part(*circuit, "L1").propertyChanged("Vout", std::make_shared<std::vector<float>>()); }),
-              "propertyChanged: Vout holds no values. LookupTableAmp name=L1");
-    EXPECT_EQ(run(*circuit, in), table);
 }
 
 TEST(Circuit, FailedSampleRepeatsTheLastSolutionIsCountedAndBypassWins) {
@@ -163,7 +177,6 @@ TEST(Circuit, FailedSampleRepeatsTheLastSolutionIsCountedAndBypassWins) {
     // A solution that is not a number is a failed sample too, never an output.
     auto linear = parseCircuit(rcLowPass());
     linear->init();
-    EXPECT_EQ(run(*linear, {1.0f, 1.0f}).size(), 2u);
     part(*linear, "Vin").propertyChanged("DCOffset", std::nanf(""));
     std::vector<float> held = run(*linear, {1.0f, 1.0f});
     EXPECT_TRUE(std::isfinite(held[0]) && held[0] == held[1]) << held[0];
@@ -229,11 +242,11 @@ TEST(Circuit, TriodeClampsThePlateAndTablesFollowTheFormula) {
             EXPECT_NEAR(exact.dIdVpk(vgk, vpk), pk, 5e-3f * pk) << vgk << " " << vpk;
         }
     EXPECT_EQ(looked.current(-9.0f, 200.0f), 0.0f);  // below the table
-    EXPECT_GT(exact.current(-9.0f, 200.0f), 0.0f);   // where the formula still conducts
     EXPECT_EQ(exact.current(-1.0f, 0.0f), 0.0f);
 }
 
 TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
+    // One row per check; the message must contain the expected text ("": the netlist loads).
     auto ac = [](const std::string& inside) { return R1 + "<Analysis Type='AC'>" + inside + "</Analysis>"; };
     auto faulty = [](const char* type, const std::string& properties, const std::vector<const char*>& nodes) {
         return element(type, "X1", properties, nodes) + dc();
@@ -241,52 +254,34 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
     auto solver = [](const char* type, const std::string& properties) {
         return R1 + dc("<Solver Type='" + std::string(type) + "'><Properties " + properties + "/></Solver>");
     };
+    auto table = [](const std::string& properties) {
+        return element("LookupTableAmp", "X1", "VinMin='0' VinMax='1' " + properties, {"a", "b"}) + dc();
+    };
     auto source = [](const char* number) { return inputSource(number) + R1 + fromZero(); };
     const std::string capacitors = R1 + element("Capacitor", "C1", "Capacitance='1e-6'", {"a", "mid"}) +
                                    element("Capacitor", "C2", "Capacitance='1e-6'", {"mid", "GND"});
     const std::string tolerances = "RelativeTollerance='1' AbsoluteTollerance='1' ";
-    const std::vector<const char*> pgk = {"p", "g", "k"}, psgk = {"p", "s", "g", "k"}, two = {"a", "GND"},
-                                   three = {"a", "b", "c"};
+    const std::vector<const char*> pgk = {"p", "g", "k"}, two = {"a", "GND"}, three = {"a", "b", "c"};
     struct Case {
         std::string graph;
-        const char* message;  // one ending in "..." is matched on what comes before
+        const char* message;
         int inputs = 1;
     } const cases[] = {
         // The parser.
         {R"(<Analysis Type="DC"/>)", "No elements in graph C"},
-        {R"(<Element Type="Resistor" Name=""><Node Name="a"/></Element>)", "Element name is not specified in graph C"},
         {R"(<Element Type="Resistor" Name="R1"><Node/></Element>)", "Element: R1. Node without a name."},
-        {R"(<Element Type="Resistor" Name="R1"><Properties Resistance="1"/></Element>)", "Element: R1. No Nodes specified."},
-        {R"(<Element Type="Coil" Name="L1"><Node Name="a"/></Element>)", "Unknown element type: Coil"},
-        {R1 + "<Output><Node/></Output>" + dc(), "Output Node without a name."},
-        {R1, "Analysis node is missing in the graph C"},
-        {R1 + "<Analysis/>", "Analysis Type attribute is missing in the graph C"},
         {R1 + R"(<Analysis Type="TRAN"/>)", "Invalid analysis Type attribute TRAN in the graph C"},
-        {R1 + R"(<Analysis Type="AC"/>)", "InitialCondition node is missing in the graph C"},
-        {ac("<InitialCondition/>"), "InitialCondition Type attribute is missing in the graph C"},
         {ac(R"(<InitialCondition Type="Rest"/>)"), "Invalid InitialCondition Type attribute Rest in the graph C"},
-        {ac(R"(<InitialCondition Type="OperatingPoint"/>)"), "InitialCondition Solver is not defined."},
-        {ac(R"(<InitialCondition Type="OperatingPoint"><Solver/></InitialCondition>)"),
-         "InitialCondition Solver type is not defined."},
-        {R1 + R"(<Analysis Type="DC"/>)", "Analysis Solver is not defined."},
-        {R1 + dc("<Solver/>"), "Analysis Solver type is not defined."},
         {R1 + dc(R"(<Solver Type="Gauss"/>)"), "Unknown solver type: Gauss"},
-        {R1 + dc(R"(<Solver Type="NewtonRaphson"/>)"), "InitilaCondition Solver's properties are not defined."},
         // Ignored parts: DC with an InitialCondition, Zero with a solver inside, Linear with Properties.
         {R1 + dc(R"(<InitialCondition Type="Rest"/><Solver Type="Linear"><Properties/></Solver>)"), ""},
         {ac(R"(<InitialCondition Type="Zero"><Solver Type="Gauss"/></InitialCondition><Solver Type="Linear"/>)"), ""},
         // The context and the circuit.
         {element("Battery", "B1", "Voltage='1'", {"0", "GND"}) + dc(), "No MNA nodes."},
-        {R1 + R1 + dc(), "Duplicate component name: R1"},
-        {R1 + outputs({"GND"}) + dc(), "Output node with name GND does not exist."},
-        {ac(R"(<InitialCondition Type="User"/><Solver Type="Linear"/>)"), "Invalid initial condition for Circuit C"},
         // InputNumber counts from 0 below NumberOfInputs.
-        {source("InputNumber='2'"),
-         "VoltageInputSource: InputNumber out of range. VoltageInputSource name=Vin, InputNumber=2, NumberOfInputs=2", 2},
-        {source("InputNumber='-1'"),
-         "VoltageInputSource: InputNumber out of range. VoltageInputSource name=Vin, InputNumber=-1, NumberOfInputs=2", 2},
-        {source("InputNumber='0'"),
-         "VoltageInputSource: InputNumber out of range. VoltageInputSource name=Vin, InputNumber=0, NumberOfInputs=0", 0},
+        {source("InputNumber='2'"), "out of range. VoltageInputSource name=Vin, InputNumber=2, NumberOfInputs=2", 2},
+        {source("InputNumber='-1'"), "out of range. VoltageInputSource name=Vin, InputNumber=-1, NumberOfInputs=2", 2},
+        {source("InputNumber='0'"), "out of range. VoltageInputSource name=Vin, InputNumber=0, NumberOfInputs=0", 0},
         // A node between capacitors floats for the operating point, not for a start from zero.
         {capacitors + dc(), "singular matrix: node mid has no DC path to ground in Circuit C"},
         {capacitors + analysis(newton()), "singular matrix: node mid has no DC path to ground in Circuit C"},
@@ -300,129 +295,73 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
         // The components.
         {faulty("Resistor", "", two), "Resistance is not defined. Resistor name=X1"},
         {faulty("Resistor", "Resistance='-2'", two), "Resistance cannot be negative. Resistor name=X1, value=-2"},
-        {faulty("Capacitor", "", two), "Capacitance is not defined. Capacitor name=X1"},
-        {faulty("Potentiometer", "Resistance='0' Wiper='0.5'", three),
-         "Resistance cannot be negative or zero. Potentiometer name=X1, value=0"},
-        {faulty("Potentiometer", "Resistance='1'", three), "Wiper is not defined. Potentiometer name=X1"},
-        {faulty("Battery", "Voltage='1'", {"a"}), "Battery must have two nodes. Battery name=X1, nodes=1"},
-        {faulty("Resistor", "Resistance='1'", three), "Resistor must have two nodes. Resistor name=X1, nodes=3"},
-        {faulty("Potentiometer", "Resistance='1' Wiper='0.5'", two),
-         "Potentiometer must have three nodes. Potentiometer name=X1, nodes=2"},
-        {faulty("Triode", "Type='12AX7'", {"p", "g"}), "Triode must have three nodes. Triode name=X1, nodes=2"},
+        {faulty("Potentiometer", "Resistance='0' Wiper='0.5'", three), "cannot be negative or zero. Potentiometer name=X1"},
         {faulty("Pentode", "Type='KT66'", pgk), "Pentode must have four nodes. Pentode name=X1, nodes=3"},
-        {faulty("Battery", "", two), "Voltage is not defined. Battery name=X1"},
-        {faulty("VoltageInputSource", "", two), "InputNumber is not defined. VoltageInputSource name=X1"},
         {faulty("IdealAmplifier", "Gain='1'", two), "IdealAmplifier cannot have a grounded node. IdealAmplifier name=X1"},
-        {faulty("IdealDifferentialAmplifier", "Gain='1'", {"a", "b"}),
-         "IdealDifferentialAmplifier must have three nodes. IdealDifferentialAmplifier name=X1, nodes=2"},
         {faulty("OpAmp", "Gain='1'", {"a", "0", "c"}), "OpAmp cannot have a grounded node. OpAmp name=X1"},
-        {faulty("OpAmp", "", three), "Gain is not defined. OpAmp name=X1"},
         {faulty("GridClamp", "", {"GND", "in", "k"}), "GridClamp cannot hold a grounded grid. GridClamp name=X1"},
-        {faulty("GridClamp", "", {"g", "in"}), "GridClamp must have three nodes. GridClamp name=X1, nodes=2"},
-        {faulty("GridCurrentLoad", "N='1.5'", three), "Igc is not defined. GridCurrentLoad name=X1"},
-        {faulty("GridCurrentLoad", "Igc='1e-3' N='0.5'", three),
-         "GridCurrentLoad: Igc must be a number and N at least 1. GridCurrentLoad name=X1"},
-        {faulty("LookupTableAmp", "VinMin='0' VinMax='1' DeltaV='0'", {"a", "b"}),
-         "DeltaV must be greater than 0. LookupTableAmp name=X1"},
-        {faulty("LookupTableAmp", "VinMin='1' VinMax='0' DeltaV='0.5' Vout='0'", {"a", "b"}),
-         "VinMax must be greater than VinMin. LookupTableAmp name=X1, VinMin=1, VinMax=0"},
-        {faulty("LookupTableAmp", "VinMin='0' VinMax='1' DeltaV='1e-9' Vout='0'", {"a", "b"}),
-         "LookupTableAmp: the table would hold ..."},
-        {faulty("LookupTableAmp", "VinMin='0' VinMax='1' DeltaV='0.5'", {"a", "b"}),
-         "Vout is not defined. LookupTableAmp name=X1"},
-        {faulty("LookupTableAmp", "VinMin='0' VinMax='1' DeltaV='0.5' Vout='0|1|2' Iin='0|1'", {"a", "b"}),
-         "Iin must hold at least as many values as Vout. LookupTableAmp name=X1, Iin=2, Vout=3"},
-        {faulty("Triode", "Type='12AU7'", pgk), "Invalid built-in triode type: 12AU7"},
-        {faulty("Pentode", "Type='EL84'", psgk), "Invalid built-in pentode type: EL84"},
-        {faulty("Triode", "Vct='0' Kp='600' Kvb='300' mu='100' Ex='1.4'", pgk), "NKTriodeAnodeCurrent: Kg is not defined."},
+        {faulty("GridCurrentLoad", "Igc='1e-3' N='0.5'", three), "Igc must be a number and N at least 1"},
+        {table("DeltaV='0'"), "DeltaV must be greater than 0"},
+        {faulty("LookupTableAmp", "VinMin='1' VinMax='1' DeltaV='0.5' Vout='0'", {"a", "b"}),
+         "VinMax must be greater than VinMin. LookupTableAmp name=X1, VinMin=1, VinMax=1"},
+        {table("DeltaV='1e-9' Vout='0'"), "LookupTableAmp: the table would hold"},
+        {table("DeltaV='0.5' Vout='0|1|2' Iin='0|1'"), "as many values as Vout. LookupTableAmp name=X1, Iin=2, Vout=3"},
         {faulty("Triode", "Type='12AX7' mu='-1'", pgk), "Triode: mu must be greater than or equal to 0. mu=-1"},
-        {faulty("Triode", "Type='12AX7' VgkMin='5'", pgk),
-         "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=5. Triode name=X1"},
+        {faulty("Triode", "Type='12AX7' VgkMin='4'", pgk), "VgkMax must be greater than VgkMin. VgkMax=4 VgkMin=4"},
         {faulty("Triode", "Type='12AX7' VpMax='0'", pgk), "Triode: VpMax must be greater than 0. VpMax=0. Triode name=X1"},
         {faulty("Triode", "Type='12AX7' DeltaVgk='0'", pgk), "DeltaVgk must be greater than 0. Triode name=X1, value=0"},
-        {faulty("Triode", "Type='12AX7' VgkMin='-9' VgkMax='-1'", pgk),
-         "VgkMax cannot be negative: the grid current table starts at 0 V. Triode name=X1, value=-1"},
-        {faulty("Triode", "Type='12AX7' DeltaVpk='1e-6'", pgk), "Triode: the anode current table would hold ..."},
-        {faulty("Pentode", "Type='KT66' DeltaVgk='1e-9'", psgk), "Pentode: the grid current table would hold ..."},
-        {faulty("Triode", "Vct='0' Kp='600' Kvb='300' mu='100' Ex='1.4' Kg='1060' Vc='0.5' Igc='1e-4' DoNotInterpolate='true'",
-                pgk),
-         "PowerLawGridCurrent: A is not defined."},
-        {faulty("Pentode", "Type='KT66' Kg2='-3'", psgk), "Triode: Kg2 must be greater than or equal to 0. Kg2=-3"},
+        {faulty("Triode", "Type='12AX7' VgkMin='-9' VgkMax='-1'", pgk), "VgkMax cannot be negative"},
+        {faulty("Triode", "Type='12AX7' DeltaVpk='1e-6'", pgk), "Triode: the anode current table would hold"},
+        {faulty("Pentode", "Type='KT66' DeltaVgk='1e-9'", {"p", "s", "g", "k"}), "Pentode: the grid current table would hold"},
         // The solvers.
-        {solver("NewtonRaphson", "AbsoluteTollerance='1' MaxIterations='1'"),
-         "NewtonSolver: RelativeTollerance is not defined."},
-        {solver("NewtonRaphson", tolerances + "MaxIterations='1' Relaxation='1.5'"),
-         "NewtonSolver: Relaxation must be greater than 0 and less than or equal to 1. InitialRelaxation=1.5"},
-        {solver("NewtonRaphson", tolerances + "MaxIterations='0'"),
-         "NewtonSolver: MaxIterations must be greater than 0. MaxIterations=0"},
+        {solver("NewtonRaphson", tolerances + "MaxIterations='1' Relaxation='1.5'"), "or equal to 1. InitialRelaxation=1.5"},
+        {solver("NewtonRaphson", tolerances + "MaxIterations='0'"), "MaxIterations must be greater than 0. MaxIterations=0"},
         {solver("SimplifiedNewton", "RelativeTollerance='-1' AbsoluteTollerance='1' MaxIterations='1'"),
          "SimplifiedNewtonSolver: RelativeTollerance must be greater than 0. relativeTollerance=-1"},
-        {solver("SuccessiveApproximations",
-                tolerances + "InitialRelaxation='1' MinRelaxation='1' MaxRelaxation='1' Growth='1' MaxIterations='1'"),
-         "SuccessiveApproximations: Reduction is not defined."},
     };
     for (const Case& c : cases) {
-        std::string message = messageOf([&] { parseCircuit(c.graph, c.inputs)->init(); }), expected = c.message;
-        if (expected.size() > 3 && expected.compare(expected.size() - 3, 3, "...") == 0)
-            message.resize(std::min(message.size(), expected.size() - 3)), expected.resize(expected.size() - 3);
-        EXPECT_EQ(message, expected) << c.graph;
+        const std::string message = messageOf([&] { parseCircuit(c.graph, c.inputs)->init(); });
+        if (*c.message == '\0')
+            EXPECT_EQ(message, "") << c.graph;
+        else
+            EXPECT_NE(message.find(c.message), std::string::npos) << message << "\n" << c.graph;
     }
 }
 
-TEST(CircuitMessages, RunTimeFaults) {
-    // Through a Driver, which owns what a half-parsed description leaves.
-    std::istringstream description(systemAround(R1 + dc() + "<Inputs><Input Graph='System' Node='0'/></Inputs>", 0));
-    EXPECT_EQ(messageOf([&] { vrn::Driver::create()->init(description); }),
-              "Inputs are wired to graph C, which declares no NumberOfInputs");
-    auto circuit =
-        parseCircuit(inputSource() + R1 + element("Potentiometer", "P1", "Resistance='1' Wiper='0'", {"in", "w", "GND"}) + dc());
-    std::vector<float*> none;
-    EXPECT_EQ(messageOf([&] { circuit->process(none, none, 1); }), "Circuit is not initialized. Circuit Name: C");
-    circuit->init();
-    circuit->setMaxBlockSize(2);
-    std::unique_ptr<vrn::Resistor> late(new vrn::Resistor());
-    std::vector<float> x;
-    const std::pair<std::function<void()>, const char*> faults[] = {
-        {[&] { circuit->process(none, 3); },
-         "maxBlockSize is less than input size. Circuit name: C maxBlockSize: 2 input size: 3"},
-        {[&] { circuit->setMaxBlockSize(0); }, "Graph: Invalid maxBlockSize0"},
-        {[&] { circuit->getMNAContext()->addElement(late.get()); }, "Cannot add components after the context was initialized"},
-        {[&] { part(*circuit, "Vin").propertyChanged("Gain", 1.0f); },
-         "propertyChanged: Invalid property name: Gain. VoltageInputSource name=Vin"},
-        {[&] { part(*circuit, "R1").propertyChanged("Resistance", -1.0f); },
-         "propertyChanged: Resistance cannot be negative. Resistor name=R1, value=-1"},
-        {[&] { part(*circuit, "R1").propertyChanged("R", 1.0f); }, "propertyChanged: Invalid property name: R. Resistor name=R1"},
-        {[&] { part(*circuit, "P1").propertyChanged("Wiper", 1.0001f); },
-         "Wiper value must be between 0 and 1. Potentiometer name=P1, value=1.0001"},
-        {[&] { part(*circuit, "Nope"); }, "MNAContext cannot find element with name Nope"},
-        {[] { vrn::NewtonSolver().init(nullptr); }, "NewtonSolver: Properties must be set before calling init()."},
-        {[&] { vrn::SuccessiveApproximationsSolver().solve(x); }, "SuccessiveApproximationsSolver is not initialized"},
+TEST(GridElements, ClampHoldsTheGridAtTheDriveButNotAboveTheCathode) {
+    // The grid follows the drive up to the cathode (0.5 V) plus the offset.
+    auto clamp = [](const std::string& offset) {
+        return inputSource() + battery("Bk", "0.5", "k") + element("GridClamp", "Clamp", offset, {"g", "in", "k"}) +
+               element("Resistor", "R1", "Resistance='1000'", {"g", "x"}) +
+               element("Resistor", "R2", "Resistance='1000'", {"x", "GND"}) + outputs({"g"}) + kNewtonDC;
     };
-    for (const auto& [fault, message] : faults) EXPECT_EQ(messageOf(fault), message);
+    EXPECT_EQ(solve(clamp(""), {-2.0f, 0.25f, 0.5f, 0.75f, 40.0f}), (std::vector<float>{-2.0f, 0.25f, 0.5f, 0.5f, 0.5f}));
+    EXPECT_FLOAT_EQ(0.75f, solve(clamp("Offset='0.25'"), {3.0f})[0]);
 }
 
-TEST(CircuitUnderDriver, GainIntoTriodeStageIntoGain) {
-    // The worked example of docs/circuits.md: gain 0.5 → the 12AX7 stage → gain -0.01.
-    std::stringstream text;
-    text << std::ifstream(std::string(ORM_SOURCE_DIR) + "/docs/circuits.md").rdbuf();
-    const std::string document = text.str();
-    size_t start = document.find("```xml\n<System>");
-    ASSERT_NE(start, std::string::npos);
-    start += 7;
-    std::istringstream system(document.substr(start, document.find("```", start) - start));
-    auto driver = vrn::Driver::create();
-    driver->init(system);
-    driver->setSamplingRate(48000.0f);
-    driver->setMaxBlockSize(256);
-    std::vector<float> input = sine(1.0, 1000.0, 48000.0, 4608), output;
-    for (size_t at = 0; at < input.size(); at += 256) {
-        std::vector<float*> inputs{input.data() + at};
-        driver->process(inputs, 256);
-        output.insert(output.end(), driver->getOutputs()[0], driver->getOutputs()[0] + 256);
-    }
-    // The stage sits at its operating point (ngspice: 202.953 V on the plate); its gain at 0.5 V
-    // peak is about 61 V / 1 V p-p.
-    EXPECT_NEAR(output[0], -2.0295f, 1e-3f);
-    auto [low, high] = std::minmax_element(output.begin() + 2400, output.end());
-    EXPECT_NEAR(*high - *low, 0.61f, 0.02f);
+TEST(GridElements, FreePentodePlateSeesItsOwnVoltageAndIsCutOffBelowTheCathode) {
+    // A 6V6GT with a free plate, 7400 Ω to 600 V and loaded by the grid current Igc·vgk^1.5, the
+    // cathode at 18.2974 V, the grid swept up from cut-off as the stage curves are.  Once the grid
+    // rises above the plate the tube still sees the plate's own voltage, so the solution satisfies
+    // Koren's law there: (600 - vp) / 7400 = Ip(vgk, vpk, vsk) + Ig(vgk).  Far above, the grid
+    // current takes the plate below the cathode, where the tube draws nothing.
+    auto stage = [](const char* clampPlate) {
+        return inputSource() + battery("Supply", "600", "s") + battery("Bk", "18.2974", "k") + battery("Bs", "305", "sc") +
+               element("IdealAmplifier", "A", "Gain='1'", {"in", "g"}) +
+               element("GridCurrentLoad", "Ig", "Igc='2.2e-4' N='1.5'", {"p", "in", "k"}) +
+               element("Resistor", "Rp", "Resistance='7400'", {"s", "p"}) +
+               element("Pentode", "V", std::string("Type='GE6V6GT' ClampPlate='") + clampPlate + "'", {"p", "sc", "g", "k"}) +
+               outputs({"p"}) + kNewtonDC;
+    };
+    std::vector<float> vin;
+    for (int i = 0; i <= 200; ++i) vin.push_back(0.5f * static_cast<float>(i));
+    const std::vector<float> out = solve(stage("false"), vin);
+    const double vgk = 38.5 - 18.2974, vpk = out[77] - 18.2974, vsk = 305.0 - 18.2974;
+    const double e1 = vsk / 38.07 * std::log1p(std::exp(38.07 * (1.0 / 12.67 + vgk / vsk)));
+    const double ip = std::atan(vpk / 30.2) * std::pow(e1, 1.198) / 915.0 * 2.0;
+    EXPECT_LT(out[77], 38.5f);
+    EXPECT_NEAR((600.0 - out[77]) / 7400.0, ip + 2.2e-4 * std::pow(vgk, 1.5), 1e-5);
+    EXPECT_NEAR(600.0 - 7400.0 * 2.2e-4 * std::pow(100.0 - 18.2974, 1.5), out[200], 0.01);
+    // Below the grid current the free and the clamped plate are the same stage.
+    EXPECT_NEAR(out[0], solve(stage("true"), {0.0f})[0], 1e-3);
 }

@@ -42,13 +42,6 @@ inline std::string rcLowPass(const std::string& solver = linear()) {
     return inputSource() + element("Resistor", "R1", "Resistance='1000'", {"in", "out"}) +
            element("Capacitor", "C1", "Capacitance='100e-9'", {"out", "GND"}) + outputs({"out"}) + analysis(solver);
 }
-inline const char* rcLowPassSpice() { return "R1 in out 1000\nC1 out 0 100n\n"; }
-
-inline std::string rcHighPass(const std::string& solver = linear()) {
-    return inputSource() + element("Capacitor", "C1", "Capacitance='100e-9'", {"in", "out"}) +
-           element("Resistor", "R1", "Resistance='1000'", {"out", "GND"}) + outputs({"out"}) + analysis(solver);
-}
-inline const char* rcHighPassSpice() { return "C1 in out 100n\nR1 out 0 1000\n"; }
 
 // A 10 kΩ pot at 0.3 into a non-inverting stage of gain 10 with 1 nF across the feedback resistor.
 inline std::string potOpAmp(const std::string& solver = linear()) {

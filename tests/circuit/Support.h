@@ -18,20 +18,16 @@
 
 namespace circuittest {
 
-// A system document around one "MNA" graph named "C".
-inline std::string systemAround(const std::string& graphBody, int inputs = 1) {
+// Parses a system document around one "MNA" graph named "C" with `inputs` inputs from the system.
+inline std::shared_ptr<vrn::Circuit> parseCircuit(const std::string& graphBody, int inputs = 1) {
     std::string text = "<System><Graphs><Graph Name=\"C\" Type=\"MNA\">" + graphBody;
     if (inputs > 0) {
         text += "<NumberOfInputs>" + std::to_string(inputs) + "</NumberOfInputs><Inputs>";
         for (int i = 0; i < inputs; ++i) text += "<Input Graph=\"System\" Node=\"" + std::to_string(i) + "\"/>";
         text += "</Inputs>";
     }
-    return text + "</Graph></Graphs></System>";
-}
-
-inline std::shared_ptr<vrn::Circuit> parseCircuit(const std::string& graphBody, int inputs = 1) {
     vrn::NewParser parser(nullptr, nullptr);
-    std::istringstream stream(systemAround(graphBody, inputs));
+    std::istringstream stream(text + "</Graph></Graphs></System>");
     parser.parse(stream);
     auto circuit = std::dynamic_pointer_cast<vrn::Circuit>(parser.getGraphs()->at(0));
     // Without a Driver nobody breaks the graph-context cycle: the test's handle does it.
@@ -88,62 +84,26 @@ inline std::vector<float> sine(double amplitude, double frequency, double rate, 
     return s;
 }
 
-// A unit step that rises over the first sample period, as ngspice's PWL source does.
-inline std::vector<float> step(double amplitude, size_t n) {
-    std::vector<float> s(n, static_cast<float>(amplitude));
-    s[0] = 0.0f;
-    return s;
-}
-
-inline std::string number(double value) {
-    char text[64];
-    std::snprintf(text, sizeof(text), "%.12g", value);
-    return text;
-}
-
-// The input source lines for ngspice matching sine() and step().
-inline std::string spiceSine(double amplitude, double frequency) {
-    return "SIN(0 " + number(amplitude) + " " + number(frequency) + ")";
-}
-inline std::string spiceStep(double amplitude, double rate) {
-    return "PWL(0 0 " + number(1.0 / rate) + " " + number(amplitude) + ")";
-}
-
-inline bool haveNgspice() { return std::system("ngspice --version > /dev/null 2>&1") == 0; }
-
-// Runs a batch deck whose control block writes lines into `out` (its own path substituted
-// for @OUT@); returns the last number of each line, empty when ngspice fails.
-inline std::vector<double> ngspiceRun(const std::string& deck) {
-    std::string base = "/tmp/orm_circuit_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
-    std::string text = deck;
-    for (size_t at; (at = text.find("@OUT@")) != std::string::npos;) text.replace(at, 5, base + ".txt");
-    std::ofstream(base + ".cir") << "* orm circuit test\n" << text << "quit\n.endc\n.end\n";
+// Transient analysis with trapezoidal integration, the step fixed to the sample period: n samples
+// of `node` on that grid, empty when ngspice fails.
+inline std::vector<double> ngspiceTransient(const std::string& netlist, const std::string& node, double rate,
+                                            size_t n) {
+    const std::string base = "/tmp/orm_circuit_" + std::to_string(getpid()) + "_" + std::to_string(std::rand());
+    const double period = 1.0 / rate;
+    std::ofstream deck(base + ".cir");
+    deck.precision(12);
+    deck << "* orm circuit test\n" << netlist << "\n.options method=trap\n.tran " << period << " "
+         << period * static_cast<double>(n - 1) << " 0 " << period << "\n.control\nrun\nlinearize v(" << node
+         << ")\nwrdata " << base << ".txt v(" << node << ")\nquit\n.endc\n.end\n";
+    deck.close();
     std::vector<double> values;
     if (std::system(("ngspice -b " + base + ".cir > " + base + ".log 2>&1").c_str()) == 0) {
         std::ifstream data(base + ".txt");
-        std::string first;
-        double v;
-        while (data >> first >> v) values.push_back(v);
+        double time, v;
+        while (data >> time >> v) values.push_back(v);
     }
     for (const char* ext : {".cir", ".txt", ".log"}) std::remove((base + ext).c_str());
     return values;
-}
-
-// Transient analysis with trapezoidal integration, the step fixed to the sample period, the
-// node sampled on that grid; n samples of node.
-inline std::vector<double> ngspiceTransient(const std::string& netlist, const std::string& node, double rate,
-                                            size_t n) {
-    double period = 1.0 / rate;
-    return ngspiceRun(netlist + "\n.options method=trap\n.tran " + number(period) + " " +
-                      number(period * static_cast<double>(n - 1)) + " 0 " + number(period) +
-                      "\n.control\nrun\nlinearize v(" + node + ")\nwrdata @OUT@ v(" + node + ")\n");
-}
-
-// The operating point of the listed nodes.
-inline std::vector<double> ngspiceOperatingPoint(const std::string& netlist, const std::vector<std::string>& nodes) {
-    std::string deck = netlist + "\n.control\nop\n";
-    for (const std::string& node : nodes) deck += "echo " + node + " $&v(" + node + ") >> @OUT@\n";
-    return ngspiceRun(deck);
 }
 
 inline std::string nodeList(const std::vector<const char*>& nodes) {
@@ -159,22 +119,15 @@ inline std::string element(const std::string& type, const std::string& name, con
     return "<Element Type='" + type + "' Name='" + name + "'><Properties " + properties + "/>" + nodeList(nodes) + "</Element>";
 }
 
-struct Agreement {
-    double worst = 0.0;  // largest |difference| after the settling time
-    double swing = 0.0;  // peak-to-peak of the reference after the settling time
-    double fraction() const { return swing > 0 ? worst / swing : worst; }
-};
-
-inline Agreement compare(const std::vector<float>& ours, const std::vector<double>& reference, size_t from) {
-    Agreement a;
-    double low = INFINITY, high = -INFINITY;
+// The largest |difference| from sample `from` on, as a fraction of the reference's peak-to-peak there.
+inline double disagreement(const std::vector<float>& ours, const std::vector<double>& reference, size_t from) {
+    double worst = 0.0, low = INFINITY, high = -INFINITY;
     for (size_t i = from; i < ours.size() && i < reference.size(); ++i) {
-        a.worst = std::max(a.worst, std::fabs(static_cast<double>(ours[i]) - reference[i]));
+        worst = std::max(worst, std::fabs(static_cast<double>(ours[i]) - reference[i]));
         low = std::min(low, reference[i]);
         high = std::max(high, reference[i]);
     }
-    a.swing = high - low;
-    return a;
+    return worst / (high - low);
 }
 
 }  // namespace circuittest
