@@ -6,11 +6,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <functional>
+#include <sstream>
 #include <tuple>
 
 #include "Netlists.h"
 #include "Support.h"
+#include "support/TestSupport.h"
 #include "circuit/components/Passive.h"
 #include "circuit/components/TubeModels.h"
 #include "circuit/components/Tubes.h"
@@ -326,6 +329,35 @@ TEST(CircuitMessages, EveryFaultIsNamedAtLoad) {
         else
             EXPECT_NE(message.find(c.message), std::string::npos) << message << "\n" << c.graph;
     }
+}
+
+TEST(CircuitUnderDriver, TheGuidesExampleRunsAndAnUndeclaredInputIsNamed) {
+    // docs/circuits.md's worked example: gain 0.5 -> the 12AX7 stage -> gain -0.01.
+    std::stringstream text;
+    text << std::ifstream(std::string(ORM_SOURCE_DIR) + "/docs/circuits.md").rdbuf();
+    const std::string document = text.str();
+    const size_t start = document.find("```xml\n<System>") + 7;
+    ASSERT_GT(start, 7u);
+    const std::string system = document.substr(start, document.find("```", start) - start);
+    auto driver = orm_test::loadSystem(system);
+    driver->setSamplingRate(48000.0f);
+    driver->setMaxBlockSize(256);
+    std::vector<float> input = sine(1.0, 1000.0, 48000.0, 4608), output;
+    for (size_t at = 0; at < input.size(); at += 256) {
+        std::vector<float*> inputs{input.data() + at};
+        driver->process(inputs, 256);
+        output.insert(output.end(), driver->getOutputs()[0], driver->getOutputs()[0] + 256);
+    }
+    // At the operating point (ngspice: 202.953 V on the plate); about 61 V p-p at 0.5 V peak.
+    EXPECT_NEAR(output[0], -2.0295f, 1e-3f);
+    auto [low, high] = std::minmax_element(output.begin() + 2400, output.end());
+    EXPECT_NEAR(*high - *low, 0.61f, 0.02f);
+    // A netlist would drop an input it does not declare.
+    const std::string declared = "<Graph Name=\"Stage\" Type=\"MNA\">\n      <NumberOfInputs>1</NumberOfInputs>";
+    std::string undeclared = system;
+    ASSERT_NE(system.find(declared), std::string::npos);
+    undeclared.replace(system.find(declared), declared.size(), "<Graph Name=\"Stage\" Type=\"MNA\">");
+    EXPECT_EQ(orm_test::loadError(undeclared), "Inputs are wired to graph Stage, which declares no NumberOfInputs");
 }
 
 TEST(GridElements, ClampHoldsTheGridAtTheDriveButNotAboveTheCathode) {
