@@ -1,4 +1,4 @@
-// The bundle through the LV2 project's own tools: the validator, lilv's lv2apply,
+// The bundle through the LV2 project's own tools: the validator, lilv's lv2info and lv2apply,
 // Ardour's headless tools, and jalv showing the UI.  A tool that is not installed skips its test
 // with a message (scripts/setup.sh installs them all).
 
@@ -90,6 +90,23 @@ TEST(Lv2Tools, TheValidatorFindsNoErrorAndNoWarning) {
         const bool summary = line.rfind("Found 0 errors", 0) == 0;
         const bool ownNote = line.rfind("Skipping file /usr/", 0) == 0 && line.find(kBundle) == std::string::npos;
         EXPECT_TRUE(summary || ownNote) << line;
+    }
+}
+
+TEST(Lv2Tools, Lv2infoReadsThePortTableFromTheDescription) {
+    REQUIRE_TOOL("lv2info");
+    // The hand-written description against the plug-in's port table: symbol, name, range (knobs
+    // 0..10, the factor 2..8, toggles 0..1) and default of each control.
+    const Result info = run("lv2info '" + kUri + "'");
+    ASSERT_EQ(info.status, 0) << info.output;
+    const double maxima[8] = {10, 10, 10, 8, 1, 1, 10, 1};
+    for (size_t i = 0; i < 8; ++i) {
+        const orm_lv2::ControlPort& control = orm_lv2::kControls[i];
+        char port[256];
+        std::snprintf(port, sizeof(port),
+                      "Symbol:      %s\n\t\tName:        %s\n\t\tMinimum:     %f\n\t\tMaximum:     %f\n\t\tDefault:     %f\n",
+                      control.symbol, control.name, i == 3 ? 2.0 : 0.0, maxima[i], double(control.defaultValue));
+        EXPECT_TRUE(info.has(port)) << port;
     }
 }
 
