@@ -6,7 +6,6 @@
 #include <cmath>
 #include <random>
 #include <cstdio>
-#include <tuple>
 
 #include <unistd.h>
 
@@ -168,23 +167,6 @@ TEST(WaveConvolver, ResamplingKeepsLengthAlignmentMagnitudeAndLevel) {
         for (scalar x : out) sumOut += x;
         EXPECT_LT(worst, 0.01) << dst;
         EXPECT_NEAR(sumOut / sumIn, 1.0, 1e-5) << dst;
-    }
-}
-
-TEST(WaveConvolver, Messages) {
-    WaveConvolver wave;
-    // Each row adds a property to those before it.
-    const std::tuple<const char*, const char*, const char*> steps[] = {
-        {"", "", "WaveConvolver: ImpulseResponses is not defined. WaveConvolver name=WV"},
-        {"ImpulseResponses", "a|b", "WaveConvolver: Missing Location property."},
-        {"Location", "memory", "WaveConvolver: Invalid Location property memory"},
-        {"Location", "Dll", "WaveConvolver: Missing DllResourceType property."},
-        {"Location", "Memory", "MaxIRSize is not defined. Convolver name=WV"},
-    };
-    Properties p;
-    for (const auto& [name, value, message] : steps) {
-        if (*name) p[name] = value;
-        EXPECT_EQ(ormtest::message([&] { wave.init("WV", p, noContext); }), message);
     }
 }
 

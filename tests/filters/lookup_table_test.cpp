@@ -56,14 +56,6 @@ TEST_F(TableFixture, TablesArriveAsSharedVectorsOfOneLengthOnAGridThatMayChange)
     table.propertyChanged("Vout", same);
     EXPECT_EQ(same, table.getValues());  // shared, not copied
     EXPECT_EQ(1.0f, table.process(0.3f));
-    EXPECT_VRN_MESSAGE(table.propertyChanged("Vout", std::make_shared<std::vector<scalar>>(8, 1.0f)),
-                       InvalidArgumentException,
-                       "LookupTableFilter: size of Vout (7) is not equal to the size of values (8 )");
-    EXPECT_EQ(same, table.getValues());
-    EXPECT_VRN_MESSAGE(table.propertyChanged("Vout", std::make_shared<std::vector<scalar>>()), InvalidArgumentException,
-                       "LookupTableFiter: empty Vout values array. ");
-    EXPECT_VRN_MESSAGE(table.propertyChanged("Vin", same), InvalidArgumentException,
-                       "LookupTableFilter: Unknown property Vin");
 
     // A new grid stretches the table as it is.
     table.propertyChanged("Vout", std::make_shared<std::vector<scalar>>(std::vector<scalar>{10, 20, 30, 40, 40, 60, 70}));
@@ -97,7 +89,6 @@ TEST(LookupTableFilter, SmallTablesMissingDataAndTheGridsChecks) {
     Properties properties;
     initWith(properties);
     properties["VinMin"] = "0";
-    EXPECT_VRN_MESSAGE(initWith(properties), InvalidArgumentException, "VinMax is not defined. LookupTableAmp name=V3");
     properties["VinMax"] = "1";
     properties["DeltaV"] = "0";
     EXPECT_VRN_MESSAGE(initWith(properties), InvalidArgumentException,

@@ -31,19 +31,6 @@ std::shared_ptr<std::vector<scalar>> samples(std::initializer_list<scalar> value
 
 }  // namespace
 
-TEST(Gain, FollowsItsPropertyInBlocksAndIterations) {
-    auto gain = make<Gain>({{"Gain", "0.5"}});
-    scalar x[5] = {1, 2, 3, 4, 5};
-    gain->propertyChanged("Gain", -2.0f);
-    std::vector<scalar*> inputs{x};
-    gain->process(inputs, 5);
-    EXPECT_EQ(-10.0f, gain->getOutput(0)[4]);
-    gain->process(samples({3.0f}), 0, 0);
-    EXPECT_EQ(-6.0f, gain->getLastIterationResults()[0]);
-    gain->endIteration(2);
-    EXPECT_EQ(-6.0f, gain->getOutput(0)[2]);
-}
-
 TEST(Mixer, SumsScaledInputsAndChecksItsFaders) {
     auto mixer = make<Mixer>({{"Faders", "0.5|0.25"}});
     scalar a[3] = {1, 2, 3}, b[3] = {4, 4, 4};

@@ -106,7 +106,9 @@ TEST(FilterDesign, BesselMatchesAReferenceDesignAtEveryOrder) {
 }
 
 // Golden values from scipy 1.10, a[1:] and b, with fs = 1: the worked designs, which are
-// butter(2, 0.15625) and butter(1, 0.1); butter(3, 0.1, 'highpass'); with the edges 0.1 and 0.2,
+// butter(2, 0.15625) and butter(1, 0.1); butter(3, 0.1, 'highpass'); cheby1(4, 0.5, 0.1), whose
+// even order puts DC at the bottom of the ripple (scipy's b 0.5 dB below unity there, the
+// design's at unity: only its poles are compared); with the edges 0.1 and 0.2,
 // butter(2, ...), cheby1(3, 0.5, ...) and bessel(5, ..., norm='mag') with btype 'bandpass' and
 // 'bandstop'.  A band-pass or a high-pass has no gain at DC, so its b, scaled to unity there, is
 // unusable: only its poles are compared.  Without pre-warping, the analog corner 2 pi fc rad/s
@@ -128,6 +130,7 @@ TEST(FilterDesign, MatchesAReferenceDesignInEveryBandAndMapping) {
         {BUTTERWORTH, BANDPASS, 2, 0.1, false, false, {-1.94246878, 2.1192024, -1.21665164, 0.412801598}, {}},
         {BUTTERWORTH, BANDSTOP, 2, 0.1, false, false, {-1.94246878, 2.1192024, -1.21665164, 0.412801598},
          {0.638945525, -1.57956021, 2.25411294, -1.57956021, 0.638945525}},
+        {CHEBYSHEV, LOWPASS, 4, 0.1, false, false, {-2.91410251, 3.51792719, -2.0347429, 0.47291094}, {}},
         {CHEBYSHEV, BANDPASS, 3, 0.1, false, false,
          {-3.0839741, 5.25634486, -5.58726059, 4.0573247, -1.82099674, 0.458305638}, {}},
         {CHEBYSHEV, BANDSTOP, 3, 0.1, false, false,
@@ -156,18 +159,6 @@ TEST(FilterDesign, MatchesAReferenceDesignInEveryBandAndMapping) {
 TEST(FilterDesign, OtherBandsOfTheCore) {
     using namespace core;
     std::vector<scalar> a, b;
-
-    // Chebyshev, 1 dB ripple, even order: DC sits at the bottom of the ripple, the peaks 1 dB above.
-    CoreRequest cheby = request(kChebyshev | 0x420 | kOrder, 4, 0.1);
-    cheby.ripple = -1.0;
-    designCore(cheby, a, b);
-    double lowest = 0, highest = -100;
-    for (double f = 0; f <= 0.1; f += 0.001) {
-        lowest = std::min(lowest, magnitudeDb(a, b, f) - magnitudeDb(a, b, 0));
-        highest = std::max(highest, magnitudeDb(a, b, f) - magnitudeDb(a, b, 0));
-    }
-    EXPECT_NEAR(highest, 1.0, 0.01);
-    EXPECT_NEAR(lowest, 0.0, 0.01);
 
     // Resonators at 0.05, Q 5: a notch is unity at DC and nothing at its frequency; an all-pass
     // has unit magnitude everywhere.
@@ -209,7 +200,6 @@ TEST(FilterDesign, Failures) {
         };
     };
     const std::pair<std::function<void()>, const char*> cases[] = {
-        {context(BIQUAD, 2, 0.1), "IirDesignContext: family must be one of the following: BESSEL, BUTTERWORTH, CHEBYSHEV."},
         {context(CHEBYSHEV, 2, 0.1), "IirDesignContext: ripple must be less than zero."},
         {context(BUTTERWORTH, 2, 0.5), "IirDesignContext: fc1 must be (0, 0.5)."},
         {context(BUTTERWORTH, 2, 0.0), "IirDesignContext: fc1 must be (0, 0.5)."},
