@@ -154,7 +154,7 @@ TEST(RecursiveFilters, PipelinedCascadeEqualsSectionsOneAfterAnotherBitForBit) {
     }
 }
 
-TEST(RecursiveFilters, CoefficientChangesKeepTheStateAndResetClearsIt) {
+TEST(RecursiveFilters, CoefficientChangesKeepTheState) {
     // During a signal the old state meets the new coefficients: "A" then "B", between blocks.
     const auto in = ormtest::testSignal(400);
     const Coefficients a = {-1.6f, 0.7f}, b = {0.05f, 0.1f, 0.05f};
@@ -172,14 +172,6 @@ TEST(RecursiveFilters, CoefficientChangesKeepTheStateAndResetClearsIt) {
             worst = std::max(worst, std::fabs(out[i] - reference.step(in[i])));
         }
         EXPECT_LT(worst, 1e-5);
-
-        // Reset clears the state and keeps the coefficients: a second run repeats the first.
-        std::vector<scalar> first(100), second(100);
-        f->reset();
-        f->process(in.data(), first.data(), 100);
-        f->reset();
-        f->process(in.data(), second.data(), 100);
-        EXPECT_EQ(first, second);
     }
     // A new order is rounded and clears the history.
     auto* iir = dynamic_cast<Iir*>(filters[1].get());

@@ -160,8 +160,6 @@ TEST(IirResamplers, FactorFramesAndMessages) {
         {init(interpolator, resamplerProperties("100", "2", "2", "Butterworth", "1")),
          "IirInterpolator: Cascade must be greater than 1. Cascade=1"},
         {init(interpolator, resamplerProperties("100", "2", "2", "Butterworth", "2")), ""},
-        {[&] { make<IirInterpolator>(resamplerProperties("15000", "2", "2", "BiQuad"))->setSamplingRate(48000); },
-         "IirInterpolator: BiQuads are not yet supported!"},
         {[&] { odd->setMaxBlockSize(4); odd->process(manyInputs, 16); },
          "IirDecimator: framesPerBuffer (16) is greater than maxBlockSize (8)."},
     };
