@@ -14,10 +14,8 @@
 #include <random>
 #include <vector>
 
-#include "engine/Exceptions.h"
 #include "engine/Kernels.h"
 #include "engine/KernelsInternal.h"
-#include "support/TestSupport.h"
 
 using namespace vrn;
 
