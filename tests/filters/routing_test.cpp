@@ -31,19 +31,6 @@ std::shared_ptr<std::vector<scalar>> samples(std::initializer_list<scalar> value
 
 }  // namespace
 
-TEST(Gain, FollowsItsPropertyInBlocksAndIterations) {
-    auto gain = make<Gain>({{"Gain", "0.5"}});
-    scalar x[5] = {1, 2, 3, 4, 5};
-    gain->propertyChanged("Gain", -2.0f);
-    std::vector<scalar*> inputs{x};
-    gain->process(inputs, 5);
-    EXPECT_EQ(-10.0f, gain->getOutput(0)[4]);
-    gain->process(samples({3.0f}), 0, 0);
-    EXPECT_EQ(-6.0f, gain->getLastIterationResults()[0]);
-    gain->endIteration(2);
-    EXPECT_EQ(-6.0f, gain->getOutput(0)[2]);
-}
-
 TEST(Mixer, SumsScaledInputsAndChecksItsFaders) {
     auto mixer = make<Mixer>({{"Faders", "0.5|0.25"}});
     scalar a[3] = {1, 2, 3}, b[3] = {4, 4, 4};
@@ -102,8 +89,6 @@ TEST(DifferentialFilter, ShortAndLongBlocksAgreeWithTheFormula) {
     EXPECT_FLOAT_EQ(2 * (1 - m[1]), plus->getOutput(0)[1]);
     diff->process(samples({5, 1}), 0, 0);
     EXPECT_EQ(12.0f, diff->getLastIterationResults()[0]);
-    EXPECT_VRN_MESSAGE(make<DifferentialFilter>({{"Gain", "1"}, {"ConstantValueNode", "minus"}}), VRNException,
-                       "Missing value for constant value node minus");
 }
 
 TEST(Relaxation, DampsEachPassAndExtrapolatesTheNextSample) {
@@ -120,7 +105,6 @@ TEST(Relaxation, DampsEachPassAndExtrapolatesTheNextSample) {
     relax.process(samples({0}), 1, 0);
     EXPECT_EQ(4.0f, relax.getLastIterationResults()[0]);  // halfway from 8 towards 0
 
-    EXPECT_EQ(0.0f, relax.process(3.0f));
     properties["Relaxation"] = "0";
     Relaxation bad;
     EXPECT_VRN_MESSAGE(bad.init("B", properties, context), InvalidArgumentException,

@@ -16,7 +16,6 @@
 #include "engine/Context.h"
 #include "engine/Driver.h"
 #include "engine/Types.h"
-#include "support/AllocationCounter.h"
 
 namespace ormtest {
 
@@ -116,20 +115,16 @@ inline std::vector<vrn::scalar> testSignal(size_t n) {
 }
 
 // 1 kHz at 48 kHz, amplitude 0.5, samples from..from+count, through a Driver in blocks of
-// wandering length as hosts send them.  With allocations, counts those of the Driver's blocks
-// after the first twelve.
-inline std::vector<vrn::scalar> renderSine(vrn::Driver& driver, size_t from, size_t count, long* allocations = nullptr) {
+// wandering length as hosts send them.
+inline std::vector<vrn::scalar> renderSine(vrn::Driver& driver, size_t from, size_t count) {
     const size_t lengths[] = {256, 100, 7, 256, 31, 128};
     std::vector<vrn::scalar> in(count), out;
     for (size_t i = 0; i < count; ++i)
         in[i] = static_cast<vrn::scalar>(0.5 * std::sin(2 * 3.14159265358979323846 * 1000.0 * (from + i) / 48000.0));
-    orm_test::AllocationScope scope;
     for (size_t at = 0, block = 0; at < count; ++block) {
         const size_t n = std::min(lengths[block % 6], count - at);
         std::vector<vrn::scalar*> inputs{in.data() + at};
-        const long before = orm_test::allocationCount().load();
         driver.process(inputs, n);
-        if (allocations && block >= 12) *allocations += orm_test::allocationCount().load() - before;
         out.insert(out.end(), driver.getOutputs()[0], driver.getOutputs()[0] + n);
         at += n;
     }

@@ -50,9 +50,7 @@ std::vector<scalar> coefficients(Filter& section, bool a) {
 
 TEST(IirResamplers, DesignAtTheHostRate) {
     auto up = make<IirInterpolator>(resamplerProperties("15000", "2", "2", "Butterworth", "4"), 64, 48000);
-    auto down = make<IirDecimator>(resamplerProperties("20000", "2", "2", "Butterworth", "8"), 128, 96000);
     ASSERT_EQ(up->getSections().size(), 4u);
-    ASSERT_EQ(down->getSections().size(), 8u);
     // The worked design at 0.15625; the first section of the interpolator carries the factor.
     const std::vector<scalar> a = {-0.69973803f, 0.25949518f}, b = {0.13993929f, 0.27987857f, 0.13993929f};
     for (size_t s = 0; s < 4; ++s) {
@@ -60,10 +58,6 @@ TEST(IirResamplers, DesignAtTheHostRate) {
         for (size_t k = 0; k < 2; ++k) EXPECT_NEAR(sa[k], a[k], 1e-7);
         for (size_t k = 0; k < 3; ++k) EXPECT_NEAR(sb[k], b[k] * (s == 0 ? 2 : 1), 2e-7);
     }
-    // All decimator sections equal, and a cascade of n sections is down 3.01·n dB at the corner.
-    auto da = coefficients(*down->getSections()[7], true), db = coefficients(*down->getSections()[7], false);
-    const double corner = 8 * ormtest::magnitudeDb(da, db, 20000.0 / 96000.0);
-    EXPECT_NEAR(corner, -8 * 3.0103, 1e-3);
 
     // A corner at or above the low rate's Nyquist frequency, the Nyquist frequency itself too, is
     // pulled to 0.9 of it, so that low host rates keep their sound; just below it stays.
@@ -160,8 +154,6 @@ TEST(IirResamplers, FactorFramesAndMessages) {
         {init(interpolator, resamplerProperties("100", "2", "2", "Butterworth", "1")),
          "IirInterpolator: Cascade must be greater than 1. Cascade=1"},
         {init(interpolator, resamplerProperties("100", "2", "2", "Butterworth", "2")), ""},
-        {[&] { make<IirInterpolator>(resamplerProperties("15000", "2", "2", "BiQuad"))->setSamplingRate(48000); },
-         "IirInterpolator: BiQuads are not yet supported!"},
         {[&] { odd->setMaxBlockSize(4); odd->process(manyInputs, 16); },
          "IirDecimator: framesPerBuffer (16) is greater than maxBlockSize (8)."},
     };

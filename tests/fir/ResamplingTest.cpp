@@ -1,5 +1,4 @@
-// The Kaiser-designed resampling filters: their checks in order, their taps, and a system of an
-// upsampling and a decimating graph run end to end through the Driver.
+// The Kaiser-designed resampling filters: their checks in order and their taps.
 
 #include <gtest/gtest.h>
 
@@ -8,11 +7,8 @@
 #include <vector>
 
 #include "engine/Context.h"
-#include "engine/Driver.h"
 #include "filters/Fir.h"
 
-#include "support/AllocationCounter.h"
-#include "support/TestSupport.h"
 #include "tests/filters_iir/Reference.h"
 
 using namespace vrn;
@@ -48,12 +44,8 @@ std::string initMessage(Changes changes) {
 TEST(ResamplingFilters, PropertyChecksInOrder) {
     using Up = ResamplingUpsampler;
     using Down = ResamplingDecimator;
-    // The checks at their limits, and the rule of one corner only.
+    // The checks at their limits.
     const std::pair<std::string, const char*> cases[] = {
-        {initMessage<Up>({{"AbsoluteCornerFrequency", "1000"}}),
-         "ResamplingUpsampler: RelativeCornerFrequency and AbsoluteCornerFrequency are defined. Only one is allowed."},
-        {initMessage<Down>({{"RelativeCornerFrequency", ""}}),
-         "ResamplingDecimator: Either RelativeCornerFrequency or AbsoluteCornerFrequency must be specified."},
         {initMessage<Up>({{"RelativeCornerFrequency", "1"}}),
          "ResamplingUpsampler: RelativeCornerFrequency must be between 0 and 1. RelativeCornerFrequency=1"},
         {initMessage<Down>({{"RelativeCornerFrequency", ""}, {"AbsoluteCornerFrequency", "-0.001"}}),
@@ -99,39 +91,4 @@ TEST(ResamplingFilters, DesignedTapsAndTheAbsoluteCorner) {
     down.setSamplingRate(96000.0f);
     EXPECT_FLOAT_EQ(down.getSettings().relativeCorner, 10000.0f / 96000.0f / 2.0f);
     EXPECT_EQ(down.getLength(), 31u);
-}
-
-namespace {
-
-// An upsampling graph at factor times the host rate and a decimating one back.
-std::string oversamplingSystem(int factor, const std::string& corners) {
-    const std::string properties = "Factor=\"" + std::to_string(factor) + "\" Order=\"" + std::to_string(24 * factor) +
-                                   "\" Attenuation=\"70\" " + corners;
-    return orm_test::systemOf(
-        ormtest::elementGraph("G1", std::to_string(factor), "ResamplingUpsampler", "up", properties, "System", "0") +
-            ormtest::elementGraph("G2", std::to_string(1.0 / factor), "ResamplingDecimator", "down", properties, "G1", "out"),
-        R"(<Output Graph="G2" Node="out"/>)", "<Controls/>");
-}
-
-}  // namespace
-
-TEST(ResamplingFilters, OversamplingSystemThroughTheDriverKeepsASineAtUnity) {
-    struct Case {
-        int factor;
-        std::string corners;
-    };
-    // Relative corners are fractions of the host rate; absolute ones are in Hz.
-    for (const Case& c : {Case{8, R"(RelativeCornerFrequency="0.45")"}, Case{2, R"(AbsoluteCornerFrequency="20000")"}}) {
-        auto driver = orm_test::loadSystem(oversamplingSystem(c.factor, c.corners));
-        driver->setSamplingRate(48000.0f);
-        driver->setMaxBlockSize(256);
-        ASSERT_EQ(driver->getMultipliers().size(), 2u);
-        EXPECT_DOUBLE_EQ(driver->getMultipliers()[1], c.factor);  // G2 runs at the high rate
-
-        long allocationsInSteadyState = 0;
-        const auto output = ormtest::renderSine(*driver, 0, 48000, &allocationsInSteadyState);
-        EXPECT_EQ(allocationsInSteadyState, 0);
-        // After the filters' delay has passed.
-        EXPECT_NEAR(ormtest::sineGainDb(output, 4800), 0.0, 0.1) << "factor " << c.factor;
-    }
 }

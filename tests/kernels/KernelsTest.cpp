@@ -14,10 +14,8 @@
 #include <random>
 #include <vector>
 
-#include "engine/Exceptions.h"
 #include "engine/Kernels.h"
 #include "engine/KernelsInternal.h"
-#include "support/TestSupport.h"
 
 using namespace vrn;
 
@@ -175,44 +173,4 @@ TEST(Kernels, LuEdgeCases) {
         EXPECT_EQ(pivots[0], 1);
         EXPECT_EQ(m[0], 3.0f);
     });
-}
-
-TEST(Kernels, PackedMatrixProductsAndRefusals) {
-    std::mt19937 random(3);
-    const std::pair<int, int> shapes[] = {{1, 1}, {1, 9}, {3, 13}, {7, 9}, {8, 8}, {40, 40}};
-    for (const auto& [rows, columns] : shapes) {
-        std::vector<scalar> data = randomVector(random, static_cast<size_t>(rows * columns), 0);
-        PackedMatrix matrix(data.data(), rows, columns);
-        // The second round checks that repacking with the same sizes takes the new values.
-        for (int round = 0; round < 2; ++round) {
-            std::vector<scalar> x = randomVector(random, columns, 0), y(rows + kGuardLength, kGuard);
-            matrix.multiply(x.data(), y.data(), columns, rows);
-            EXPECT_TRUE(guardIntact(y, rows));
-            for (int r = 0; r < rows; ++r) {
-                double exact = 0.0, magnitude = 0.0;
-                for (int c = 0; c < columns; ++c) {
-                    const double term = double(data[static_cast<size_t>(r + rows * c)]) * x[c];
-                    exact += term;
-                    magnitude += std::fabs(term);
-                }
-                EXPECT_LE(std::fabs(y[r] - exact), columns * kEpsilon * magnitude + 1e-30) << rows << "x" << columns;
-            }
-            data = randomVector(random, static_cast<size_t>(rows * columns), 0);
-            matrix.updateMatrix(data.data(), rows, columns);
-        }
-    }
-
-    std::vector<scalar> ones(6, 1.0f);
-    PackedMatrix wide(ones.data(), 2, 3);
-    scalar x[3] = {1, 1, 1}, y[2];
-    // One dimension changed is enough to refuse.
-    EXPECT_VRN_MESSAGE(wide.updateMatrix(ones.data(), 2, 2), VRNException,
-                       "Changing matrix dimensions is not allowed in updateMatrix. Old dimensions mxn=2x3. New dimensions mxn2x2");
-    EXPECT_VRN_MESSAGE(wide.multiply(x, y, 2, 2), VRNException,
-                       "Invalid size of the x vector in matrix-vector product. Expected 3, got 2.");
-    EXPECT_VRN_MESSAGE(wide.multiply(x, y, 3, 3), VRNException,
-                       "Invalid size of the y vector in matrix-vector product. Expected 2, got 3.");
-    wide.multiply(x, y, 3, 2);
-    EXPECT_EQ(y[0], 3.0f);
-    EXPECT_EQ(y[1], 3.0f);
 }
