@@ -1,19 +1,14 @@
-// FilterWrapper with its calculator, OrmFactory, and the Newton loop solver: alone and in a
-// system description run by the Driver.
+// FilterWrapper with its calculator, and the Newton loop solver against loops worked by hand.
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <sstream>
 
 #include "amp/CouplingNetworks.h"
 #include "amp/FilterWrapper.h"
 #include "amp/Newton.h"
-#include "amp/OrmFactory.h"
 #include "engine/Context.h"
-#include "engine/DSPGraph.h"
-#include "engine/Driver.h"
-#include "filters/BiQuad.h"
+#include "engine/DSPElementFactory.h"
 
 using namespace vrn;
 
@@ -29,9 +24,8 @@ Properties props(std::initializer_list<std::pair<const std::string, std::string>
 
 // A wrapped volume network: the listed properties (malformed numbers read as 0) and later changes
 // are kept until the network is wired, then reach it as a whole set; after that, changes go to
-// the network.  In a described graph the control's wiper reaches it, the rate comes from the
-// graph, and the audio equals a BiQuad with the same coefficients.
-TEST(FilterWrapper, DeliversPropertiesAtWiringAndRunsInADescribedSystem) {
+// the network.  (In the built-in description and its audio: the amp and amp_system suites.)
+TEST(FilterWrapper, DeliversPropertiesAtWiring) {
     auto context = std::make_shared<DSPContext>();
     FilterWrapper alone;
     alone.init("VC", props({{"PropertyNames", "Wiper|Missing|Bad"}, {"Wiper", "0.25"}, {"Bad", "x1"}}), context);
@@ -45,43 +39,6 @@ TEST(FilterWrapper, DeliversPropertiesAtWiringAndRunsInADescribedSystem) {
     alone.propertyChanged("Wiper", 0.5f);
     EXPECT_EQ(0.5, network->getWiper());
     EXPECT_EQ(0.75f, alone.getWrappedProperties().at("Wiper"));
-
-    std::istringstream xml(
-        "<System><Graphs><Graph Name=\"Net\" Type=\"DSP\"><NumberOfInputs>1</NumberOfInputs>"
-        "<Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>"
-        "<Element Type=\"FilterWrapper\" Name=\"VC\"><Properties PropertyNames=\"Wiper\" Wiper=\"1.0\"/>"
-        "<Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/></Inputs></Element>"
-        "<Output><Node Name=\"out\" Element=\"VC\" Port=\"out\"/></Output></Graph></Graphs>"
-        "<Outputs><Output Graph=\"Net\" Node=\"out\"/></Outputs>"
-        "<Controls><Control Name=\"Volume\" DisplayName=\"Volume\" Value=\"0.5\"><Properties>"
-        "<Property Name=\"Wiper\" Graph=\"Net\" Element=\"VC\"/></Properties></Control></Controls></System>");
-    auto factory = std::make_shared<DSPElementFactory>();
-    factory->addFactory(std::make_shared<OrmFactory>());
-    auto driver = Driver::create();
-    driver->setDSPElementFactory(factory);
-    driver->init(xml);
-    auto* wrapper = dynamic_cast<FilterWrapper*>(driver->getGraph("Net")->getContext()->getElement("VC"));
-    ASSERT_TRUE(wrapper);
-    auto volume = std::make_shared<VolumeControl>();
-    wrapper->setCalculator(volume);
-    EXPECT_EQ(1.0, volume->getWiper());
-    driver->setSamplingRate(48000.0f);
-    driver->setMaxBlockSize(64);
-
-    std::vector<scalar> in(64);
-    for (size_t i = 0; i < in.size(); ++i) in[i] = std::sin(0.05f * static_cast<float>(i));
-    std::vector<scalar*> inputs{in.data()};
-    driver->process(inputs, 64);  // delivers the control's 0.5
-    EXPECT_EQ(0.5, volume->getWiper());
-
-    auto* inner = dynamic_cast<BiQuad*>(wrapper->getFilter().get());
-    ASSERT_TRUE(inner);
-    BiQuad reference;
-    reference.init("ref", context);
-    reference.setCoefficients(inner->getA(), inner->getB());
-    wrapper->reset();
-    driver->process(inputs, 64);
-    for (size_t i = 0; i < in.size(); ++i) EXPECT_EQ(reference.process(in[i]), driver->getOutputs()[0][i]) << i;
 }
 
 namespace {
@@ -131,7 +88,6 @@ TEST(Newton, SolvesItsLoopsAsWorkedByHand) {
         {"relaxation 0.5, one pass", kLinear, props({{"Relaxation", "0.5"}}), 0.6f, {3, 3}, {1, 1.5}, 0},
         {"relaxation 0.5, two passes", kLinear, props({{"Relaxation", "0.5"}}), 1.6f, {3, 3}, {1.5, 1.875}, 0},
         {"tanh", kTanh, {}, 0, {1.5f}, {0.800423032}, 2e-6},
-        {"tanh, relaxation 0.5", kTanh, props({{"Relaxation", "0.5"}}), 0, {1.5f}, {0.800423032}, 2e-6},
         {"tanh, one pass from 0", kTanh, {}, 1.4f, {1.5f}, {0.830142154}, 2e-6},
         {"tanh held at most 0.3", kTanh, props({{"MaxValue", "0.3"}}), 0, {1.5f}, {0.813457395}, 2e-6},
         {"tanh held at least -0.3", kTanh, props({{"MinValue", "-0.3"}}), 0, {-1.5f}, {-0.813457395}, 2e-6},
