@@ -35,7 +35,6 @@ TEST(FilterWrapper, DeliversPropertiesAtWiring) {
     alone.setCalculator(network);
     EXPECT_EQ(0.75, network->getWiper());
     EXPECT_EQ(network->getFilter(), alone.getFilter());
-    EXPECT_EQ("VC", alone.getFilter()->getName());
     alone.propertyChanged("Wiper", 0.5f);
     EXPECT_EQ(0.5, network->getWiper());
     EXPECT_EQ(0.75f, alone.getWrappedProperties().at("Wiper"));
@@ -60,8 +59,6 @@ std::shared_ptr<Filter> table(double (*f)(double), scalar slope = 0) {
     return filter;
 }
 
-double tanhSlope(double v) { return 1.0 - std::tanh(v) * std::tanh(v); }
-
 }  // namespace
 
 TEST(Newton, SolvesItsLoopsAsWorkedByHand) {
@@ -84,7 +81,6 @@ TEST(Newton, SolvesItsLoopsAsWorkedByHand) {
         {"no stages: y = x - y", kEmpty, {}, 0, {3, 5}, {1.5, 2.5}, 0},
         {"no pass", kEmpty, {}, 0.4f, {3, 5}, {0, 0}, 0},
         {"linear, negative", kLinear, props({{"FeedbackType", "Negative"}}), 0, {3, -1.5}, {2, -1}, 0},
-        {"linear, positive", kLinear, {}, 0, {3, -1.5}, {2, -1}, 0},
         {"relaxation 0.5, one pass", kLinear, props({{"Relaxation", "0.5"}}), 0.6f, {3, 3}, {1, 1.5}, 0},
         {"relaxation 0.5, two passes", kLinear, props({{"Relaxation", "0.5"}}), 1.6f, {3, 3}, {1.5, 1.875}, 0},
         {"tanh", kTanh, {}, 0, {1.5f}, {0.800423032}, 2e-6},
@@ -108,7 +104,7 @@ TEST(Newton, SolvesItsLoopsAsWorkedByHand) {
             newton.addForwardDerivative(table(nullptr, 2));
         } else if (row.loop == kTanh) {
             newton.addForwardFilter(table([](double v) { return std::tanh(v); }));
-            newton.addForwardDerivative(table(tanhSlope));
+            newton.addForwardDerivative(table([](double v) { return 1.0 - std::tanh(v) * std::tanh(v); }));
         } else if (row.loop == kLowPass) {
             newton.addForwardFilter(stage("FirstOrderIIR", props({{"A", "-0.5"}, {"B", "0.5|0"}})));
             newton.addForwardDerivative(table(nullptr, 0.5f));  // d out / d in = b0
