@@ -1,19 +1,14 @@
-// FilterWrapper with its calculator, OrmFactory, and the Newton loop solver: alone and in a
-// system description run by the Driver.
+// FilterWrapper with its calculator, and the Newton loop solver against loops worked by hand.
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <sstream>
 
 #include "amp/CouplingNetworks.h"
 #include "amp/FilterWrapper.h"
 #include "amp/Newton.h"
-#include "amp/OrmFactory.h"
 #include "engine/Context.h"
-#include "engine/DSPGraph.h"
-#include "engine/Driver.h"
-#include "filters/BiQuad.h"
+#include "engine/DSPElementFactory.h"
 
 using namespace vrn;
 
@@ -29,9 +24,8 @@ Properties props(std::initializer_list<std::pair<const std::string, std::string>
 
 // A wrapped volume network: the listed properties (malformed numbers read as 0) and later changes
 // are kept until the network is wired, then reach it as a whole set; after that, changes go to
-// the network.  In a described graph the control's wiper reaches it, the rate comes from the
-// graph, and the audio equals a BiQuad with the same coefficients.
-TEST(FilterWrapper, DeliversPropertiesAtWiringAndRunsInADescribedSystem) {
+// the network.  (In the built-in description and its audio: the amp and amp_system suites.)
+TEST(FilterWrapper, DeliversPropertiesAtWiring) {
     auto context = std::make_shared<DSPContext>();
     FilterWrapper alone;
     alone.init("VC", props({{"PropertyNames", "Wiper|Missing|Bad"}, {"Wiper", "0.25"}, {"Bad", "x1"}}), context);
@@ -41,47 +35,9 @@ TEST(FilterWrapper, DeliversPropertiesAtWiringAndRunsInADescribedSystem) {
     alone.setCalculator(network);
     EXPECT_EQ(0.75, network->getWiper());
     EXPECT_EQ(network->getFilter(), alone.getFilter());
-    EXPECT_EQ("VC", alone.getFilter()->getName());
     alone.propertyChanged("Wiper", 0.5f);
     EXPECT_EQ(0.5, network->getWiper());
     EXPECT_EQ(0.75f, alone.getWrappedProperties().at("Wiper"));
-
-    std::istringstream xml(
-        "<System><Graphs><Graph Name=\"Net\" Type=\"DSP\"><NumberOfInputs>1</NumberOfInputs>"
-        "<Inputs><Input Graph=\"System\" Node=\"0\"/></Inputs>"
-        "<Element Type=\"FilterWrapper\" Name=\"VC\"><Properties PropertyNames=\"Wiper\" Wiper=\"1.0\"/>"
-        "<Inputs><Input Port=\"in\" Element=\"Graph\" Output=\"0\"/></Inputs></Element>"
-        "<Output><Node Name=\"out\" Element=\"VC\" Port=\"out\"/></Output></Graph></Graphs>"
-        "<Outputs><Output Graph=\"Net\" Node=\"out\"/></Outputs>"
-        "<Controls><Control Name=\"Volume\" DisplayName=\"Volume\" Value=\"0.5\"><Properties>"
-        "<Property Name=\"Wiper\" Graph=\"Net\" Element=\"VC\"/></Properties></Control></Controls></System>");
-    auto factory = std::make_shared<DSPElementFactory>();
-    factory->addFactory(std::make_shared<OrmFactory>());
-    auto driver = Driver::create();
-    driver->setDSPElementFactory(factory);
-    driver->init(xml);
-    auto* wrapper = dynamic_cast<FilterWrapper*>(driver->getGraph("Net")->getContext()->getElement("VC"));
-    ASSERT_TRUE(wrapper);
-    auto volume = std::make_shared<VolumeControl>();
-    wrapper->setCalculator(volume);
-    EXPECT_EQ(1.0, volume->getWiper());
-    driver->setSamplingRate(48000.0f);
-    driver->setMaxBlockSize(64);
-
-    std::vector<scalar> in(64);
-    for (size_t i = 0; i < in.size(); ++i) in[i] = std::sin(0.05f * static_cast<float>(i));
-    std::vector<scalar*> inputs{in.data()};
-    driver->process(inputs, 64);  // delivers the control's 0.5
-    EXPECT_EQ(0.5, volume->getWiper());
-
-    auto* inner = dynamic_cast<BiQuad*>(wrapper->getFilter().get());
-    ASSERT_TRUE(inner);
-    BiQuad reference;
-    reference.init("ref", context);
-    reference.setCoefficients(inner->getA(), inner->getB());
-    wrapper->reset();
-    driver->process(inputs, 64);
-    for (size_t i = 0; i < in.size(); ++i) EXPECT_EQ(reference.process(in[i]), driver->getOutputs()[0][i]) << i;
 }
 
 namespace {
@@ -102,8 +58,6 @@ std::shared_ptr<Filter> table(double (*f)(double), scalar slope = 0) {
     filter->propertyChanged("Vout", values);
     return filter;
 }
-
-double tanhSlope(double v) { return 1.0 - std::tanh(v) * std::tanh(v); }
 
 }  // namespace
 
@@ -127,11 +81,9 @@ TEST(Newton, SolvesItsLoopsAsWorkedByHand) {
         {"no stages: y = x - y", kEmpty, {}, 0, {3, 5}, {1.5, 2.5}, 0},
         {"no pass", kEmpty, {}, 0.4f, {3, 5}, {0, 0}, 0},
         {"linear, negative", kLinear, props({{"FeedbackType", "Negative"}}), 0, {3, -1.5}, {2, -1}, 0},
-        {"linear, positive", kLinear, {}, 0, {3, -1.5}, {2, -1}, 0},
         {"relaxation 0.5, one pass", kLinear, props({{"Relaxation", "0.5"}}), 0.6f, {3, 3}, {1, 1.5}, 0},
         {"relaxation 0.5, two passes", kLinear, props({{"Relaxation", "0.5"}}), 1.6f, {3, 3}, {1.5, 1.875}, 0},
         {"tanh", kTanh, {}, 0, {1.5f}, {0.800423032}, 2e-6},
-        {"tanh, relaxation 0.5", kTanh, props({{"Relaxation", "0.5"}}), 0, {1.5f}, {0.800423032}, 2e-6},
         {"tanh, one pass from 0", kTanh, {}, 1.4f, {1.5f}, {0.830142154}, 2e-6},
         {"tanh held at most 0.3", kTanh, props({{"MaxValue", "0.3"}}), 0, {1.5f}, {0.813457395}, 2e-6},
         {"tanh held at least -0.3", kTanh, props({{"MinValue", "-0.3"}}), 0, {-1.5f}, {-0.813457395}, 2e-6},
@@ -152,7 +104,7 @@ TEST(Newton, SolvesItsLoopsAsWorkedByHand) {
             newton.addForwardDerivative(table(nullptr, 2));
         } else if (row.loop == kTanh) {
             newton.addForwardFilter(table([](double v) { return std::tanh(v); }));
-            newton.addForwardDerivative(table(tanhSlope));
+            newton.addForwardDerivative(table([](double v) { return 1.0 - std::tanh(v) * std::tanh(v); }));
         } else if (row.loop == kLowPass) {
             newton.addForwardFilter(stage("FirstOrderIIR", props({{"A", "-0.5"}, {"B", "0.5|0"}})));
             newton.addForwardDerivative(table(nullptr, 0.5f));  // d out / d in = b0

@@ -1,15 +1,14 @@
 // The complete amplifier through its VST2 interface, as a host runs it (48 kHz, blocks of 256,
 // default controls unless a row says otherwise): start-up and rate changes out of silence, knobs
 // moved by automation, level and harmonic distortion against drive, the CPU modes, aliasing against
-// the oversampling factor, the cabinet and the tail (the switches' routing and their every position:
-// the plugin suite).  Figures are printed; the assertions hold whatever the exact tube data.
+// the oversampling factor (the switches' routing and their every position, the cabinet's tail: the
+// plugin suite).  The assertions hold whatever the exact tube data.
 //
 // Spectra are plain DFTs over one-second windows: 220 Hz and 5 kHz complete whole periods, so every
 // harmonic (and every alias, on a multiple of 1 kHz) falls exactly on a bin, with no window function.
 
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <random>
 #include <vector>
@@ -198,17 +197,13 @@ TEST(AmpSystem, LevelAndDistortionRiseWithDriveAndTheCpuModesPartOnlyThen) {
     for (int cpu = 0; cpu < 2; ++cpu) {
         double thd[4][3], out[4][3];
         for (int v = 0; v < 4; ++v) {
-            std::printf("220 Hz, %s CPU, Volume %.2f: output (dBFS) / THD (dB) at -24, -12, -6 dBFS in:", cpu ? "high" : "low",
-                        volumes[v]);
             for (int l = 0; l < 3; ++l) {
                 y[cpu][v][l] = render(sine(220.0, levels[l], 3 * kSecond / 2), {{kGain, volumes[v]}, {kCPU, float(cpu)}});
                 EXPECT_TRUE(finiteAndBounded(y[cpu][v][l], 1.0f)) << volumes[v] << " " << levels[l] << " CPU " << cpu;
                 double fundamental, offSeries;
                 analyse(y[cpu][v][l], 220.0, fundamental, thd[v][l], offSeries);
                 out[v][l] = dbfs(fundamental);
-                std::printf("  %.2f / %.2f", out[v][l], thd[v][l]);
             }
-            std::printf("\n");
             // A louder input distorts more at every setting of the knob, and the stages compress:
             // 18 dB more input gives clearly less than 18 dB more output.
             EXPECT_LT(thd[v][0], thd[v][1]) << volumes[v] << " CPU " << cpu;
@@ -231,7 +226,6 @@ TEST(AmpSystem, LevelAndDistortionRiseWithDriveAndTheCpuModesPartOnlyThen) {
         for (size_t i = 0; i < d.size(); ++i) d[i] = y[1][v][l][i] - y[0][v][l][i];
         return 10.0 * std::log10(meanSquare(d, kSecond / 2, kSecond) / meanSquare(y[0][v][l], kSecond / 2, kSecond));
     };
-    std::printf("CPU high against low: %.1f dB at Volume 0.25, -24 dBFS; %.1f dB at Volume 1, -6 dBFS\n", apart(0, 0), apart(3, 2));
     EXPECT_LT(apart(0, 0), -60.0);
     EXPECT_GT(apart(3, 2), -20.0);
 }
@@ -246,7 +240,6 @@ TEST(AmpSystem, AliasingFallsAsTheFactorRisesAndSwitchingItLeavesNoGap) {
         EXPECT_TRUE(finiteAndBounded(y, 2.0f));
         double fundamental, thd;
         analyse(y, 5000.0, fundamental, thd, aliasDb[i]);
-        std::printf("5 kHz at -6 dBFS, full drive, factor %d: %.1f dB off the harmonic series\n", 2 << i, aliasDb[i]);
     }
     EXPECT_GT(aliasDb[0], aliasDb[1] + 3.0);
     EXPECT_GT(aliasDb[1], aliasDb[2] + 3.0);
@@ -262,40 +255,4 @@ TEST(AmpSystem, AliasingFallsAsTheFactorRisesAndSwitchingItLeavesNoGap) {
     double quietest = mean;
     for (size_t at = kSecond / 10; at + 240 <= y.size(); at += 60) quietest = std::fmin(quietest, meanSquare(y, at, 240));
     EXPECT_GT(quietest, mean * 0.25);
-}
-
-TEST(AmpSystem, CabinetSpreadsAnImpulseOverItsResponse) {
-    // The response to a click at one second, less the same run without it, so that the start-up
-    // settling of the DC block cancels.  Half a second after the click is longer than the cabinet.
-    const size_t at = kSecond, span = kSecond / 2;
-    std::vector<float> click(at + span, 0.0f), none(at + span, 0.0f);
-    click[at] = 0.1f;
-    size_t lengths[2];
-    for (int cabinet = 0; cabinet < 2; ++cabinet) {
-        const std::vector<float> y = render(click, {{kCabinet, float(cabinet)}}), y0 = render(none, {{kCabinet, float(cabinet)}});
-        EXPECT_TRUE(finiteAndBounded(y, 1.0f)) << cabinet;
-        std::vector<float> response(y.begin() + at, y.end());
-        for (size_t i = 0; i < span; ++i) response[i] -= y0[at + i];
-        // Frames until 99.9 % of the energy has arrived, and the share after 9500 frames (8192
-        // taps at 44.1 kHz last 8916 frames at 48 kHz; allow for the filters ahead of them).
-        const double total = meanSquare(response, 0, span) * double(span);
-        double sum = 0;
-        size_t& n = lengths[cabinet];
-        for (n = 0; sum < 0.999 * total; ++n) sum += double(response[n]) * response[n];
-        EXPECT_TRUE(!cabinet || meanSquare(response, 9500, span - 9500) * double(span - 9500) / total < 1e-6);
-    }
-    std::printf("A click: 99.9%% of its energy within %zu frames without the cabinet, %zu with it\n", lengths[0], lengths[1]);
-    EXPECT_LT(lengths[0], 960u);  // 20 ms: the amplifier's own filters ring briefly
-    EXPECT_GT(lengths[1], 5 * lengths[0]);
-}
-
-TEST(AmpSystem, SilenceFollowsTheTail) {
-    // Two seconds of a tone at full drive, then three of silence: the cabinet lasts 0.19 s and the
-    // DC block's pole at 0.9995 needs 0.4 s more to bring a shift of the tubes' operating point
-    // under a millionth.
-    std::vector<float> in = sine(82.41, -3.0, 2 * kSecond);
-    in.resize(5 * kSecond, 0.0f);
-    const std::vector<float> y = render(in, {{kGain, 1.0f}, {kInput, 1.0f}});
-    EXPECT_TRUE(finiteAndBounded(y, 2.0f));
-    EXPECT_TRUE(finiteAndBounded(std::vector<float>(y.begin() + 3 * kSecond, y.end()), 1e-6f));
 }
