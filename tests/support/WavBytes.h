@@ -15,10 +15,6 @@ inline void put16(Bytes& b, uint32_t v) {
     b.push_back(static_cast<unsigned char>(v & 0xff));
     b.push_back(static_cast<unsigned char>((v >> 8) & 0xff));
 }
-inline void put24(Bytes& b, uint32_t v) {
-    put16(b, v & 0xffff);
-    b.push_back(static_cast<unsigned char>((v >> 16) & 0xff));
-}
 inline void put32(Bytes& b, uint32_t v) {
     put16(b, v & 0xffff);
     put16(b, v >> 16);

@@ -98,25 +98,6 @@ inline Screenshot grab(Display* display, Window window, int width, int height) {
     return shot;
 }
 
-inline void savePng(const Screenshot& shot, const std::string& path) {
-    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, shot.width, shot.height);
-    unsigned char* data = cairo_image_surface_get_data(surface);
-    int stride = cairo_image_surface_get_stride(surface);
-    for (int y = 0; y < shot.height; ++y)
-        std::copy(shot.pixels.begin() + y * shot.width, shot.pixels.begin() + (y + 1) * shot.width,
-                  reinterpret_cast<uint32_t*>(data + size_t(y) * stride));
-    cairo_surface_mark_dirty(surface);
-    cairo_surface_write_to_png(surface, path.c_str());
-    cairo_surface_destroy(surface);
-}
-
-// A screenshot kept for people to look at, in the temporary folder.
-inline std::string screenshotPath(const std::string& name) {
-    std::filesystem::path directory = std::filesystem::temp_directory_path() / "orm-editor-screenshots";
-    std::filesystem::create_directories(directory);
-    return (directory / name).string();
-}
-
 // How many pixels differ, and the box around them (right and bottom exclusive).
 struct Difference {
     int count = 0;
