@@ -26,7 +26,7 @@ TEST(Lv2Ports, PanelUnitsMapOntoTheControlValues) {
     // their ends; the factor takes the nearest of 2, 4 and 8; a toggle is on above zero.
     const Row rows[] = {
         {0, 7.0f, 0.7f}, {0, 10.0f, 1.0f}, {0, -3.0f, 0.0f}, {1, 12.0f, 1.0f}, {6, 2.5f, 0.25f}, {3, 2.9f, 0.0f},
-        {3, 3.0f, 0.5f}, {3, 5.9f, 0.5f},  {3, 6.0f, 1.0f},  {4, 0.0f, 0.0f},  {4, 0.01f, 1.0f}, {7, 1.0f, 1.0f},
+        {1, 10.05f, 1.0f}, {3, 3.0f, 0.5f}, {3, 5.9f, 0.5f}, {3, 6.0f, 1.0f}, {4, 0.0f, 0.0f}, {4, 0.01f, 1.0f}, {7, 1.0f, 1.0f},
     };
     for (const Row& row : rows)
         EXPECT_EQ(orm_lv2::toControlValue(row.port, row.value), row.control)
