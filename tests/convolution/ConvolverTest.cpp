@@ -139,5 +139,5 @@ TEST(Convolver, RefusalsAtTheLimits) {
         {[&] { makeConvolver(0); }, "MaxIRSize must be greater than or equal to 0. Convolver name=C MaxIRSize=0"},
         {[&] { convolver->setMaxBlockSize(0); }, "Convolver: Invalid maxBlockSize0"},
     };
-    for (const auto& [call, message] : cases) EXPECT_EQ(ormtest::message(call), message);
+    for (const auto& [call, message] : cases) EXPECT_EQ(orm_test::messageOf(call), message);
 }

@@ -113,8 +113,8 @@ TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
     out = run(*wave, impulse(4));
     EXPECT_NEAR(out[0], -0.5f, 1e-7);  // (0, 2) less its mean 1, times 0.5
     EXPECT_NEAR(out[1], 0.5f, 1e-7);
-    EXPECT_EQ(ormtest::message([&] { wave->propertyChanged("Selected", 1.5f); }), "invalid vector<T> subscript");
-    EXPECT_EQ(ormtest::message([&] { wave->propertyChanged("Selected", 3.0f); }),
+    EXPECT_EQ(orm_test::messageOf([&] { wave->propertyChanged("Selected", 1.5f); }), "invalid vector<T> subscript");
+    EXPECT_EQ(orm_test::messageOf([&] { wave->propertyChanged("Selected", 3.0f); }),
               "WaveConvolver: Invalid selection: 3 max selection value 2");
 
     // A longer response is cut to MaxIRSize.
@@ -132,7 +132,7 @@ TEST(WaveConvolver, TrimMeanRemovalGainAndReloads) {
         EXPECT_EQ(wave->getConvolver().getMaxIRSize(), static_cast<uint64_t>(std::lround(8192.0 * rate / 44100))) << rate;
         EXPECT_EQ(wave->getConvolver().getIRLength(), wave->getConvolver().getMaxIRSize()) << rate;
     }
-    EXPECT_EQ(ormtest::message([&] { makeWave(memoryProperties({{"MaxIRRate", "0"}})); }),
+    EXPECT_EQ(orm_test::messageOf([&] { makeWave(memoryProperties({{"MaxIRRate", "0"}})); }),
               "WaveConvolver: MaxIRRate must be greater than 0. WaveConvolver name=WV MaxIRRate=0");
 }
 

@@ -13,6 +13,7 @@ using namespace vrn;
 using orm_test::gainGraph;
 using orm_test::loadError;
 using orm_test::loadSystem;
+using orm_test::messageOf;
 using orm_test::systemOf;
 
 namespace {
@@ -75,15 +76,6 @@ std::vector<scalar> run(const std::shared_ptr<Driver>& driver, std::vector<scala
     driver->process(inputs, left.size());
     scalar* out = driver->getOutputs()[output];
     return std::vector<scalar>(out, out + left.size());
-}
-
-std::string messageOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const VRNException& error) {
-        return error.getMessage();
-    }
-    return "(no failure)";
 }
 
 }  // namespace
@@ -160,7 +152,7 @@ TEST(DSPGraph, RefusalsAtRunTime) {
         {[&] { up.getOutput(1); }, "Graph: invalid output index: 1 Number of outputs: 1"},
         {[&] { up.getOutput(-1); }, "Graph: invalid output index: -1 Number of outputs: 1"},
         {[&] { up.setNumberOfInputs(-1); }, "Number of inputs must be greater than zero. Number of inputs =-1"},
-        {[&] { up.process(inputs, 4); }, "(no failure)"},
+        {[&] { up.process(inputs, 4); }, ""},
         {[&] { up.process(inputs, 5); }, "maxBlockSize is less than input size. DSPGraph name: Up maxBlockSize: 4 input size:5"},
         {[&] { up.setMaxBlockSize(0); }, "DSPGraph: Invalid maxBlockSize0"},
         {[&] { driver->getGraph("B"); }, "B is not a valid graph name."},

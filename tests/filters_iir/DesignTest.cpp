@@ -200,10 +200,10 @@ TEST(FilterDesign, Failures) {
         {core(kButterworth | 0x420 | kOrder | kPoleMask, 2, 0x4), "selected poles out of range"},
         {core(kChebyshev | 0x420 | kOrder, 2), "Chebyshev ripple must be < 0"},
     };
-    for (const auto& [action, expected] : cases) EXPECT_EQ(ormtest::message(action), expected);
+    for (const auto& [action, expected] : cases) EXPECT_EQ(orm_test::messageOf(action), expected);
 
     // Order 11 passes the constructor and fails in the core; the results stay as they were.
     auto eleven = std::make_shared<IirDesignContext>(BUTTERWORTH, LOWPASS, 11, 0.1);
-    EXPECT_EQ(ormtest::message([&] { design(eleven); }), "filter order out of range");
+    EXPECT_EQ(orm_test::messageOf([&] { design(eleven); }), "filter order out of range");
     EXPECT_FALSE(eleven->a);
 }

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/TestSupport.h"
 #include "engine/Context.h"
 #include "engine/Driver.h"
 #include "engine/Types.h"
@@ -67,18 +68,6 @@ std::complex<double> response(const std::vector<T>& a, const std::vector<T>& b, 
 template <typename T>
 double magnitudeDb(const std::vector<T>& a, const std::vector<T>& b, double f) {
     return 20.0 * std::log10(std::abs(response(a, b, f)));
-}
-
-// The message of the exception an action throws, "" when it throws none.
-inline std::string message(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const vrn::VRNException& e) {
-        return e.getMessage();
-    } catch (const std::exception& e) {
-        return e.what();
-    }
-    return "";
 }
 
 // A DSP graph of one element fed by source's node: <Element Type="type" Name="name"> with the

@@ -157,7 +157,7 @@ TEST(IirResamplers, FactorFramesAndMessages) {
         {[&] { odd->setMaxBlockSize(4); odd->process(manyInputs, 16); },
          "IirDecimator: framesPerBuffer (16) is greater than maxBlockSize (8)."},
     };
-    for (const auto& [action, expected] : cases) EXPECT_EQ(ormtest::message(action), expected);
+    for (const auto& [action, expected] : cases) EXPECT_EQ(orm_test::messageOf(action), expected);
 }
 
 namespace {

@@ -166,7 +166,7 @@ TEST(FirFilters, RefusalsAtTheLimits) {
         {[&] { f->setCoefficients(taps.data(), 256); }, ""},
         {[&] { up->setCoefficients(taps.data(), 255); }, ""},
     };
-    for (const auto& [action, expected] : cases) EXPECT_EQ(ormtest::message(action), expected);
+    for (const auto& [action, expected] : cases) EXPECT_EQ(orm_test::messageOf(action), expected);
     EXPECT_EQ(f->getLength(), 256u);
     EXPECT_EQ(up->getLength(), 255u);
 }

@@ -36,7 +36,7 @@ template <typename T>
 std::string initMessage(Changes changes) {
     Properties p = resamplingProperties(changes);
     auto context = std::make_shared<DSPContext>();
-    return ormtest::message([&] { T().init("r", p, context); });
+    return orm_test::messageOf([&] { T().init("r", p, context); });
 }
 
 }  // namespace

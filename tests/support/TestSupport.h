@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -25,6 +26,18 @@ namespace orm_test {
         }                                                                           \
         EXPECT_TRUE(thrown_) << "no " #Type " from " #statement;                    \
     } while (0)
+
+// The message of the exception an action throws, "" when it throws none.
+inline std::string messageOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const vrn::VRNException& error) {
+        return error.getMessage();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "";
+}
 
 // A Driver initialised from description text.
 inline std::shared_ptr<vrn::Driver> loadSystem(const std::string& xml) {
